@@ -88,6 +88,33 @@ ZOLT_TIMING_API const char* tt_software_version(void);
  * constant of the library, not read from an instrument. Never NULL. */
 ZOLT_TIMING_API const char* tt_firmware_version(void);
 
+/* ------------------------------------------------------------------------
+ * Shared records and enumerations
+ * ------------------------------------------------------------------------ */
+
+/* Link a timestamp stream travels over. */
+typedef int32_t tt_stream_transport;
+enum tt_stream_transport_value {
+  TT_STREAM_TRANSPORT_UART = 0,      /* the serial command link */
+  TT_STREAM_TRANSPORT_USB_FIFO = 1,  /* FTDI high-speed synchronous FIFO */
+  TT_STREAM_TRANSPORT_USB_ASYNC = 2  /* withdrawn; kept so old files read back */
+};
+
+/* Wire encoding of time tags in a stream. */
+typedef int32_t tt_stream_format;
+enum tt_stream_format_value {
+  TT_STREAM_FORMAT_RAW64 = 0,
+  TT_STREAM_FORMAT_DELTA32 = 1,
+  TT_STREAM_FORMAT_PACKED_DELTA = 2
+};
+
+/* One decoded time tag: the input (0..3) and its time in picoseconds. */
+typedef struct tt_tag {
+  uint32_t channel;
+  int64_t time_ps;
+} tt_tag;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_tag) == 16, tt_tag_is_16_bytes);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
