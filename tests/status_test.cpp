@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
 
 #include "api/boundary.hpp"
 #include "api/device_handle.hpp"
+#include "api/env_switch.hpp"
 #include "api/error.hpp"
 
 namespace zolt::timing {
@@ -103,6 +107,31 @@ TEST(LastError, HandleLevelTextWinsUntilClearedBySuccess) {
   EXPECT_STREQ(tt_last_error(&device), "serial read timeout");
 
   EXPECT_EQ(detail::product_status(nullptr, TT_ERR_IO, "x"), TT_ERR_IO);
+}
+
+TEST(EnvSwitch, FirstCharacterRuleAndSetAtAllRule) {
+  using Rule = EnvSwitch::Rule;
+  EXPECT_FALSE(EnvSwitch::evaluate(nullptr, Rule::first_char_not_zero));
+  EXPECT_FALSE(EnvSwitch::evaluate("", Rule::first_char_not_zero));
+  EXPECT_FALSE(EnvSwitch::evaluate("0", Rule::first_char_not_zero));
+  EXPECT_FALSE(EnvSwitch::evaluate("0yes", Rule::first_char_not_zero));
+  EXPECT_TRUE(EnvSwitch::evaluate("1", Rule::first_char_not_zero));
+  EXPECT_TRUE(EnvSwitch::evaluate("no", Rule::first_char_not_zero));
+  EXPECT_FALSE(EnvSwitch::evaluate(nullptr, Rule::set_at_all));
+  EXPECT_TRUE(EnvSwitch::evaluate("", Rule::set_at_all));
+  EXPECT_TRUE(EnvSwitch::evaluate("0", Rule::set_at_all));
+
+  // Read once: a later change of the environment is not seen.
+  ::setenv("ZOLT_TEST_SWITCH_ONCE", "1", 1);
+  static EnvSwitch once_switch("ZOLT_TEST_SWITCH_ONCE");
+  EXPECT_TRUE(once_switch.on());
+  ::setenv("ZOLT_TEST_SWITCH_ONCE", "0", 1);
+  EXPECT_TRUE(once_switch.on());
+}
+
+TEST(ErrnoText, Format) {
+  EXPECT_EQ(detail::errno_text("open failed", ENOENT),
+            std::string("open failed (errno ") + std::to_string(ENOENT) + ": " + std::strerror(ENOENT) + ")");
 }
 
 TEST(Boundary, AnyNull) {

@@ -1,5 +1,7 @@
 #include "api/error.hpp"
 
+#include <cstring>
+
 namespace zolt::timing {
 
 Error::~Error() = default;
@@ -16,6 +18,10 @@ void throw_status(tt_status status, const char* context, const char* detail) {
     message += ')';
   }
   throw Error(status, message);
+}
+
+std::string errno_text(const std::string& what, int error_number) {
+  return what + " (errno " + std::to_string(error_number) + ": " + std::strerror(error_number) + ")";
 }
 
 }  // namespace detail

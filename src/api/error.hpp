@@ -26,6 +26,10 @@ namespace detail {
 // parenthesised part appears only when detail is non-null and not empty.
 [[noreturn]] void throw_status(tt_status status, const char* context, const char* detail = nullptr);
 
+// "<what> (errno <n>: <strerror(n)>)": how transport and file errors report
+// the operating system's reason.
+std::string errno_text(const std::string& what, int error_number);
+
 }  // namespace detail
 
 // Bridges the status-returning device layer into code that uses exceptions:
