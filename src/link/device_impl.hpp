@@ -1,19 +1,94 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <type_traits>
 #include <utility>
+
+#include "link/byte_link.hpp"
+#include "link/serial_port.hpp"
+#include "zolt_timing.h"
 
 namespace zolt::timing {
 
 // The instrument seen through its command link. Owns the links and speaks the
 // 9-byte command frame protocol; every device operation goes through it.
+//
+// Status mapping of the command layer: no usable link -6 ("port not open"), a
+// failed write -2, a failed read -3 when the link's text contains "timeout"
+// and -2 otherwise; the link's text becomes the last error.
 class DeviceImpl {
  public:
+  // Readers given a timeout of 0 (or less) wait this long.
+  static constexpr int kDefaultReplyTimeoutMs = 250;
+
   const std::string& last_error() const noexcept { return last_error_; }
   void set_last_error(std::string text) { last_error_ = std::move(text); }
   void clear_last_error() noexcept { last_error_.clear(); }
 
+  SerialPort& serial_port() noexcept { return serial_; }
+  const SerialPort& serial_port() const noexcept { return serial_; }
+
+  // The link that carries commands now. Every operation below goes through
+  // it, so adding a link means changing only select_command_link.
+  ByteLink& command_link() noexcept { return select_command_link(*this); }
+  const ByteLink& command_link() const noexcept { return select_command_link(*this); }
+  bool command_link_usable() noexcept { return command_link().is_open(); }
+
+  // ---- raw access to the command link ----
+  bool cmd_write(const std::uint8_t* data, std::size_t length);
+  bool cmd_read_exact(std::uint8_t* buffer, std::size_t length, int timeout_ms);
+  void cmd_purge();
+  std::string cmd_last_error() const;
+
+  // Reads one response frame (9 bytes) whose first byte is `rid`, skipping
+  // any bytes in front of it one at a time. False on timeout or link failure.
+  bool cmd_read_response_frame(std::uint8_t rid, std::uint8_t* frame, int timeout_ms);
+
+  // ---- command exchanges ----
+
+  // Writes the frame (id, payload right-aligned and cut to 8 bytes) and waits
+  // for the reply with RID id | 0x80; its 8 payload bytes go to
+  // reply_payload when that is not null. payload may be null. No purge.
+  tt_status send_command(std::uint8_t id, const std::uint8_t* payload, std::size_t payload_length,
+                         std::uint8_t* reply_payload, int timeout_ms);
+
+  // The exchange of operations that must own the link: refuses with
+  // `refusal` (-6) while a measurement stream runs (nullptr: no such guard;
+  // operations with other guards check them before calling), purges the
+  // link, then writes and reads like send_command.
+  tt_status own_exchange(const char* refusal, std::uint8_t id, const std::uint8_t* payload,
+                         std::size_t payload_length, std::uint8_t* reply_payload, int timeout_ms);
+
+  // Waits for a frame the instrument sends by itself (such as RID 0xD8),
+  // discarding whole frames with other RIDs. payload may be null. When the
+  // frame does not come in time: -3, "timed out waiting for RID 0x%02X".
+  tt_status read_frame_by_id(std::uint8_t rid, std::uint8_t* payload, int timeout_ms);
+
+  // ---- state the guards look at ----
+  bool measurement_stream_active() const noexcept { return measurement_stream_active_; }
+  void set_measurement_stream_active(bool active) noexcept { measurement_stream_active_ = active; }
+
  private:
+  enum class FrameRead { ok, link_failed, deadline_passed };
+
+  // The one place that chooses the command link, for const and non-const use.
+  template <class Self>
+  static std::conditional_t<std::is_const_v<Self>, const ByteLink&, ByteLink&> select_command_link(
+      Self& self) noexcept {
+    return self.serial_;
+  }
+
+  FrameRead read_response(std::uint8_t rid, std::uint8_t* frame, int timeout_ms);
+  tt_status exchange(std::uint8_t id, const std::uint8_t* payload, std::size_t payload_length,
+                     std::uint8_t* reply_payload, int timeout_ms);
+  tt_status refuse(const char* message, tt_status status);
+  tt_status link_failure();  // last error = link text; -3 for "timeout", else -2
+  tt_status rid_timeout(std::uint8_t rid);
+
+  SerialPort serial_;
+  bool measurement_stream_active_ = false;
   std::string last_error_;
 };
 
