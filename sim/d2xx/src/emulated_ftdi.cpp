@@ -251,13 +251,16 @@ Status EmulatedFtdi::read(void* handle, void* buffer, Dword to_read, Dword* read
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
   // FT_Read waits until all bytes came or the read timeout expired (never,
   // with a timeout of 0); a short count with FT_OK is its timeout.
+  // What is there already is always taken, however short the timeout.
+  bool first_pass = true;
   while (*read < to_read) {
     int wait_ms = 50;
     if (timeout_ms != 0) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (left <= 0) break;
-      wait_ms = static_cast<int>(left);
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0 && !first_pass) break;
+      wait_ms = static_cast<int>(std::max<long long>(left, 0));
     }
+    first_pass = false;
     if (!h.instrument) {
       std::this_thread::sleep_for(std::chrono::milliseconds(wait_ms));
       continue;
