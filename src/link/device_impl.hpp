@@ -8,6 +8,7 @@
 
 #include "link/byte_link.hpp"
 #include "link/serial_port.hpp"
+#include "usb/ftdi_stream_reader.hpp"
 #include "zolt_timing.h"
 
 namespace zolt::timing {
@@ -29,6 +30,8 @@ class DeviceImpl {
 
   SerialPort& serial_port() noexcept { return serial_; }
   const SerialPort& serial_port() const noexcept { return serial_; }
+  FtdiStreamReader& ftdi_reader() noexcept { return ftdi_; }
+  const FtdiStreamReader& ftdi_reader() const noexcept { return ftdi_; }
 
   // The link that carries commands now. Every operation below goes through
   // it, so adding a link means changing only select_command_link.
@@ -66,6 +69,31 @@ class DeviceImpl {
   // frame does not come in time: -3, "timed out waiting for RID 0x%02X".
   tt_status read_frame_by_id(std::uint8_t rid, std::uint8_t* payload, int timeout_ms);
 
+  // ---- the USB link (usb_command_bridge.cpp) ----
+
+  // True when commands travel over the FTDI reader: it holds an open handle
+  // and was opened as the command bridge.
+  bool usb_command_bridge_active() const noexcept { return usb_command_bridge_ && ftdi_.is_open(); }
+  // Opens the FTDI reader as the asynchronous command bridge and routes
+  // commands over it. False with the last error "FTDI async command bridge:
+  // <reason>" when the module cannot be opened.
+  bool open_usb_command_bridge(const std::string& serial_number, const std::string& description);
+  // Opens the FTDI reader as the synchronous FIFO stream; commands then have
+  // no USB path. False with "FTDI sync FIFO stream: <reason>".
+  bool open_usb_stream(const std::string& serial_number, const std::string& description);
+  // Closes the FTDI reader and releases its claim.
+  void close_usb_link() noexcept;
+
+  // Reads and discards what the bridge delivers until nothing has come for
+  // idle_ms or max_ms have passed, then purges. Errors are ignored.
+  void drain_usb_command_bridge_quiet(int idle_ms, int max_ms);
+  // Selects the internal reference clock without awaiting replies, so that
+  // commands work while an external reference is missing (about 280 ms).
+  void force_internal_reference_for_command_link();
+  // Stops every stream the instrument may be running and drains the bridge,
+  // bringing the instrument back to an idle, answering state (about 1 s).
+  void recover_usb_command_bridge();
+
   // ---- state the guards look at ----
   bool measurement_stream_active() const noexcept { return measurement_stream_active_; }
   void set_measurement_stream_active(bool active) noexcept { measurement_stream_active_ = active; }
@@ -77,6 +105,7 @@ class DeviceImpl {
   template <class Self>
   static std::conditional_t<std::is_const_v<Self>, const ByteLink&, ByteLink&> select_command_link(
       Self& self) noexcept {
+    if (self.usb_command_bridge_active()) return self.ftdi_;
     return self.serial_;
   }
 
@@ -88,6 +117,8 @@ class DeviceImpl {
   tt_status rid_timeout(std::uint8_t rid);
 
   SerialPort serial_;
+  FtdiStreamReader ftdi_;
+  bool usb_command_bridge_ = false;  // ftdi_ was opened as the command bridge
   bool measurement_stream_active_ = false;
   std::string last_error_;
 };
