@@ -94,6 +94,39 @@ class DeviceImpl {
   // bringing the instrument back to an idle, answering state (about 1 s).
   void recover_usb_command_bridge();
 
+  // ---- opening and closing (device_open.cpp) ----
+
+  // Opens the link `locator` names (see classify_locator). A serial path is
+  // opened at `baud` and nothing is sent; failure: -2 with the port's text.
+  // A USB locator opens the FTDI module as command bridge (baud ignored),
+  // brings the instrument to an idle state and, with
+  // ZOLT_FORCE_INTERNAL_ON_OPEN set, selects its internal reference; failure:
+  // -7 without the FTDI runtime, else -2, with the reason as last error.
+  tt_status open(const std::string& locator, int baud);
+  // Closes both links and forgets everything about the open; returns 0.
+  tt_status close() noexcept;
+
+  const std::string& port_path() const noexcept { return port_path_; }
+  int baud() const noexcept { return baud_; }
+
+  // ---- identity (device_identity.cpp) ----
+
+  // Reads the identity texts (commands 0x41..0x43, each with timeout_ms),
+  // checks them and joins them. On a device opened over USB the host makes
+  // the identity "ZOLT-TDC-<USB serial>" instead, also when the replies are
+  // not printable. -4 (with the three replies in hex as last error) when a
+  // text is empty or not printable; a failed command returns its status.
+  // `identity` is zeroed on every failure.
+  tt_status identify(tt_identity& identity, int timeout_ms);
+  // Replaces the identity by the host-made one when the device was opened
+  // over USB and a USB serial is known.
+  void apply_host_identity_override(tt_identity& identity) const;
+  // The USB serial the host identity is made from: the serial of the module
+  // opened, else the FTDI reader's serial, its description, or the selector
+  // given at open; empty when none is known.
+  std::string effective_usb_serial() const;
+  bool host_identity_override() const noexcept { return host_identity_override_; }
+
   // ---- state the guards look at ----
   bool measurement_stream_active() const noexcept { return measurement_stream_active_; }
   void set_measurement_stream_active(bool active) noexcept { measurement_stream_active_ = active; }
@@ -115,12 +148,23 @@ class DeviceImpl {
   tt_status refuse(const char* message, tt_status status);
   tt_status link_failure();  // last error = link text; -3 for "timeout", else -2
   tt_status rid_timeout(std::uint8_t rid);
+  tt_status open_serial(const std::string& path, int baud);
+  tt_status open_ftdi_async(const std::string& selector);
+  void forget_usb_open() noexcept;
 
   SerialPort serial_;
   FtdiStreamReader ftdi_;
   bool usb_command_bridge_ = false;  // ftdi_ was opened as the command bridge
   bool measurement_stream_active_ = false;
   std::string last_error_;
+  // What the open established. Declared after the links, so these texts are
+  // freed before the FTDI reader and then the serial port are closed.
+  std::string port_path_;
+  int baud_ = 0;
+  bool host_identity_override_ = false;  // opened over the USB command bridge
+  std::string usb_selector_;             // as given in the USB locator
+  std::string opened_usb_serial_;        // serial of the module actually opened
+  std::string usb_port_label_;           // "<description> [<serial>]" of that module
 };
 
 }  // namespace zolt::timing
