@@ -8,9 +8,12 @@
 #include <thread>
 #include <vector>
 
+#include "support/emulated_ftdi.hpp"
 #include "usb/d2xx_api.hpp"
 #include "usb/dynamic_library.hpp"
 #include "usb/ft_status.hpp"
+#include "usb/ftdi_device_info.hpp"
+#include "usb/ftdi_stream_reader.hpp"
 
 namespace zolt::timing {
 namespace {
@@ -100,6 +103,27 @@ TEST(FtStatusText, NamesTheCallAndTheStatus) {
   EXPECT_EQ(error, "unchanged");
   EXPECT_FALSE(ft_ok(3, "FT_OpenEx", error));
   EXPECT_EQ(error, "FT_OpenEx failed with FT_STATUS 3");
+}
+
+// CTest starts this program with ZOLT_SIM_FTDI="ZTENV001=FT2232H MiniModule":
+// the emulated runtime sets up that module with an instrument of its own,
+// as it does for applications run against it without a test around them.
+TEST(EmulatedRuntime, ModulesComeFromTheEnvironmentWithTheirOwnInstrument) {
+  ASSERT_TRUE(d2xx().usable()) << d2xx().error;
+  std::string error;
+  const auto candidates = list_stream_candidates(error);
+  ASSERT_EQ(candidates.size(), 1u) << error;
+  EXPECT_EQ(device_label(candidates[0]), "FT2232H MiniModule A [ZTENV001A]");
+  ASSERT_NE(zolt_sim::Registry::global().find("ZTENV001"), nullptr);
+
+  testing::PrivateTmpdir tmpdir;
+  FtdiStreamReader reader;
+  ASSERT_TRUE(reader.open(FtdiStreamReader::Mode::async_bridge)) << reader.last_error();
+  const std::uint8_t identity[9] = {0x43};
+  ASSERT_TRUE(reader.write_all(identity, sizeof identity)) << reader.last_error();
+  std::uint8_t reply[9] = {};
+  ASSERT_TRUE(reader.read_exact(reply, sizeof reply, 500)) << reader.last_error();
+  EXPECT_EQ(reply[0], 0xC3);
 }
 
 }  // namespace
