@@ -10,3 +10,9 @@ cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DZOLT_BUILD_TES
 cmake --build build/release -j"$(nproc)"
 echo
 build/release/examples/zolt_versions
+echo
+# A virtual instrument on a pseudo-terminal, plus an emulated FTDI USB module
+# (the emulated D2XX runtime, found through LD_LIBRARY_PATH) for discovery.
+LD_LIBRARY_PATH="$PWD/build/release/sim/d2xx/runtime${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" \
+  ZOLT_SIM_FTDI="ZT000001=Digilent USB Device" \
+  build/release/examples/zolt_first_instrument
