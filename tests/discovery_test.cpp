@@ -14,6 +14,7 @@
 #include "link/device_impl.hpp"
 #include "link/discovery.hpp"
 #include "support/device_tree.hpp"
+#include "support/test_process.hpp"
 #include "support/virtual_port.hpp"
 #include "zolt_timing.h"
 
@@ -21,19 +22,10 @@ namespace zolt::timing {
 namespace {
 
 using testing::DeviceTree;
+using testing::open_descriptor_count;
 using testing::VirtualPort;
 using Field = zolt_sim::IdentityField;
 using Strings = std::vector<std::string>;
-
-int open_descriptor_count() {
-  int count = 0;
-  DIR* directory = opendir("/proc/self/fd");
-  while (dirent* entry = readdir(directory)) {
-    if (entry->d_name[0] != '.') ++count;
-  }
-  closedir(directory);
-  return count;
-}
 
 std::string device_port(tt_device* device) {
   tt_device_info info{};

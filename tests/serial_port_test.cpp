@@ -14,23 +14,15 @@
 #include <vector>
 
 #include "link/clock.hpp"
+#include "support/test_process.hpp"
 #include "support/virtual_port.hpp"
 
 namespace zolt::timing {
 namespace {
 
 using testing::elapsed_ms;
+using testing::open_descriptor_count;
 using testing::VirtualPort;
-
-int open_descriptor_count() {
-  int count = 0;
-  DIR* directory = opendir("/proc/self/fd");
-  while (dirent* entry = readdir(directory)) {
-    if (entry->d_name[0] != '.') ++count;
-  }
-  closedir(directory);
-  return count;
-}
 
 std::string errno_message(const char* what, int error_number) {
   return std::string(what) + " (errno " + std::to_string(error_number) + ": " + std::strerror(error_number) + ")";

@@ -1,8 +1,9 @@
 #pragma once
 
-// Process-level helpers for tests of the USB claim: a private TMPDIR and a
+// Process-level helpers for tests: descriptor counts, a private TMPDIR and a
 // forked second process.
 
+#include <dirent.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,17 @@
 #include <string>
 
 namespace zolt::timing::testing {
+
+// Descriptors the process holds now: leak checks compare it before and after.
+inline int open_descriptor_count() {
+  int count = 0;
+  DIR* directory = opendir("/proc/self/fd");
+  while (dirent* entry = readdir(directory)) {
+    if (entry->d_name[0] != '.') ++count;
+  }
+  closedir(directory);
+  return count;
+}
 
 // Points TMPDIR at a fresh directory so that claim files of parallel test
 // programs never meet; restores the old value afterwards.
