@@ -217,14 +217,14 @@ TEST(AnalyzeCoincidences, EmptyAndNullArrays) {
   config.offset_ps = {1, 2, 3, 4};
   config.window_ps = {-1, 0, 1, 2};
   config.group_mask = 6;
-  const CoincidenceAnalysis empty = analyze_coincidences(nullptr, 0, config);
+  const CoincidenceAnalysis empty = analyze_coincidences(static_cast<const TimeTag*>(nullptr), 0, config);
   EXPECT_EQ(empty.total, 0u);
   EXPECT_EQ(empty.pairs, (std::array<std::uint64_t, 6>{}));
   EXPECT_EQ(empty.effective_mask, 6);
   EXPECT_EQ(empty.offset_ps, config.offset_ps);
   EXPECT_EQ(empty.window_ps, config.window_ps);
   try {
-    analyze_coincidences(nullptr, 3, config);
+    analyze_coincidences(static_cast<const TimeTag*>(nullptr), 3, config);
     FAIL() << "a null array with tags must be refused";
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(), "analyze_coincidences: null tag array");
@@ -244,7 +244,8 @@ TEST(CountCoincidenceGroup, AnyInputOrderGivesTheBruteForceCount) {
     }
     config.group_mask = static_cast<std::uint8_t>(rng() % 32);
     const unsigned mask = (config.group_mask & 15u) == 0 ? 15u : (config.group_mask & 15u);
-    std::vector<std::vector<std::int64_t>> lists(times.begin(), times.end());
+    std::vector<std::vector<std::int64_t>> lists;
+    for (const auto& list : times) lists.emplace_back(list.begin(), list.end());
     std::array<std::int32_t, 4> group{0, 1, 2, 3};
     std::shuffle(group.begin(), group.end(), rng);
     const int size = std::uniform_int_distribution<int>(1, 4)(rng);
@@ -271,22 +272,31 @@ TEST(CountCoincidenceGroup, RefusesGroupsItCannotCount) {
   EXPECT_EQ(detail::count_coincidence_group(times, config, {0, 2, 0, 0}, 2), 1);
 }
 
-TEST(CountCoincidenceGroup, LongListsAgreeWithPairsCountedDirectly) {
-  // Long lists exercise the forward searches that skip far ahead: a sparse
-  // reference against a dense partner and the other way round.
+TEST(CountCoincidenceGroup, LongListsAgreeWithTuplesCountedDirectly) {
+  // Long lists of very different densities exercise every way the partner
+  // ranges move forward: short steps, medium jumps and far jumps.
   std::mt19937_64 rng(5);
-  detail::PerInputTimes times;
-  for (int i = 0; i < 20000; ++i) times[1].push_back(std::uniform_int_distribution<std::int64_t>(0, 1000000)(rng));
-  for (int i = 0; i < 40; ++i) times[0].push_back(std::uniform_int_distribution<std::int64_t>(0, 1000000)(rng));
-  for (auto& list : times) std::sort(list.begin(), list.end());
-  CoincidenceWindowConfig config;
-  config.window_ps = {30, 70, 0, 0};
-  std::int64_t direct = 0;
-  for (const std::int64_t t : times[0]) {
-    for (const std::int64_t u : times[1]) direct += (u >= t - 100 && u <= t + 100) ? 1 : 0;
+  for (const int dense : {60, 600, 6000, 20000}) {
+    detail::PerInputTimes times;
+    for (int i = 0; i < dense; ++i) times[1].push_back(std::uniform_int_distribution<std::int64_t>(0, 1000000)(rng));
+    for (int i = 0; i < 40; ++i) times[0].push_back(std::uniform_int_distribution<std::int64_t>(0, 1000000)(rng));
+    for (int i = 0; i < 3000; ++i) times[2].push_back(std::uniform_int_distribution<std::int64_t>(0, 1000000)(rng));
+    for (auto& list : times) std::sort(list.begin(), list.end());
+    CoincidenceWindowConfig config;
+    config.window_ps = {30, 70, 200, 0};
+    std::int64_t pairs = 0, triples = 0;
+    for (const std::int64_t t : times[0]) {
+      for (const std::int64_t u : times[1]) {
+        if (u < t - 100 || u > t + 100) continue;
+        ++pairs;
+        const std::int64_t lo = std::max(t - 30, u - 70), hi = std::min(t + 30, u + 70);
+        for (const std::int64_t v : times[2]) triples += (v + 200 >= lo && v - 200 <= hi) ? 1 : 0;
+      }
+    }
+    EXPECT_EQ(detail::count_coincidence_group(times, config, {1, 0, 0, 0}, 2), pairs) << dense;
+    EXPECT_EQ(detail::count_coincidence_group(times, config, {0, 1, 0, 0}, 2), pairs) << dense;
+    EXPECT_EQ(detail::count_coincidence_group(times, config, {2, 1, 0, 0}, 3), triples) << dense;
   }
-  EXPECT_EQ(detail::count_coincidence_group(times, config, {1, 0, 0, 0}, 2), direct);
-  EXPECT_EQ(detail::count_coincidence_group(times, config, {0, 1, 0, 0}, 2), direct);
 }
 
 // The exported function: argument checks, defaults and the public layout.

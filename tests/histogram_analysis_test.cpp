@@ -159,6 +159,24 @@ TEST(CrossCorrelation, MatchesEveryPairCountedByBruteForce) {
   }
 }
 
+TEST(CrossCorrelation, DenseListsMatchTheBruteForceCount) {
+  // Many partners per time and long jumps between them: every path through
+  // the partner search and the collection of differences.
+  std::mt19937_64 rng(8);
+  for (const std::int64_t span : {std::int64_t{2000}, std::int64_t{200000}, std::int64_t{20000000}}) {
+    std::vector<std::int64_t> a(300), b(3000);
+    for (auto& t : a) t = std::uniform_int_distribution<std::int64_t>(0, span)(rng);
+    for (auto& u : b) u = std::uniform_int_distribution<std::int64_t>(0, span)(rng);
+    std::sort(a.begin(), a.end());
+    std::sort(b.begin(), b.end());
+    std::vector<std::uint64_t> counts(21, kPoison);
+    ASSERT_EQ(zolt_analysis_cross_correlation(a.data(), a.size(), b.data(), b.size(), 1000, 100, 37, counts.data(),
+                                              nullptr, 21),
+              TT_OK);
+    EXPECT_EQ(counts, brute_force_correlation(a, b, 1000, 100, 37)) << "span " << span;
+  }
+}
+
 TEST(CrossCorrelation, HalfBinsRoundAwayFromZeroAndLagsAreBinCentres) {
   // width 100, range 200: H = 2, bins centred on -200, -100, 0, 100, 200.
   const std::vector<std::int64_t> a{1000};

@@ -18,17 +18,25 @@ constexpr std::array<std::array<std::int32_t, kInputCount>, 4> kTripleGroups{
     {{0, 1, 2}, {0, 1, 3}, {0, 2, 3}, {1, 2, 3}}};
 constexpr std::array<std::int32_t, kInputCount> kQuadrupleGroup{0, 1, 2, 3};
 
-bool takes_part(const TimeTag& tag, std::uint8_t mask) noexcept {
-  return tag.channel < kInputCount && (mask & (1u << tag.channel)) != 0;
+// Input number and time of the two tag records the analysis reads.
+std::uint32_t input_of(const TimeTag& tag) noexcept { return tag.channel; }
+std::uint32_t input_of(const tt_tag& tag) noexcept { return tag.channel; }
+std::int64_t time_of(const TimeTag& tag) noexcept { return tag.time; }
+std::int64_t time_of(const tt_tag& tag) noexcept { return tag.time_ps; }
+
+bool takes_part(std::uint32_t input, std::uint8_t mask) noexcept {
+  return input < kInputCount && (mask & (1u << input)) != 0;
 }
 
 // Splits the counted tags into one ascending list of adjusted times per input
 // and fills the singles. The lists are sized by a counting pass first so that
 // ten million tags cost no reallocation.
-PerInputTimes split_by_input(const TimeTag* tags, std::size_t count, const CoincidenceWindowConfig& config,
+template <class Tag>
+PerInputTimes split_by_input(const Tag* tags, std::size_t count, const CoincidenceWindowConfig& config,
                              CoincidenceAnalysis& result) {
   for (std::size_t i = 0; i < count; ++i) {
-    if (takes_part(tags[i], result.effective_mask)) ++result.singles[tags[i].channel];
+    const std::uint32_t input = input_of(tags[i]);
+    if (takes_part(input, result.effective_mask)) ++result.singles[input];
   }
   PerInputTimes times;
   for (std::size_t input = 0; input < kInputCount; ++input) {
@@ -36,9 +44,9 @@ PerInputTimes split_by_input(const TimeTag* tags, std::size_t count, const Coinc
     result.total += result.singles[input];
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const TimeTag& tag = tags[i];
-    if (!takes_part(tag, result.effective_mask)) continue;
-    times[tag.channel].push_back(detail::plus_wrapping(tag.time, config.offset_ps[tag.channel]));
+    const std::uint32_t input = input_of(tags[i]);
+    if (!takes_part(input, result.effective_mask)) continue;
+    times[input].push_back(detail::plus_wrapping(time_of(tags[i]), config.offset_ps[input]));
   }
   for (auto& list : times) detail::sort_if_needed(list);
   return times;
@@ -57,10 +65,8 @@ void count_groups(const PerInputTimes& times, const CoincidenceWindowConfig& con
   result.quadruples = static_cast<std::uint64_t>(detail::count_coincidence_group(times, working, kQuadrupleGroup, 4));
 }
 
-}  // namespace
-
-CoincidenceAnalysis analyze_coincidences(const TimeTag* tags, std::size_t count,
-                                         const CoincidenceWindowConfig& config) {
+template <class Tag>
+CoincidenceAnalysis analyze_tag_records(const Tag* tags, std::size_t count, const CoincidenceWindowConfig& config) {
   if (tags == nullptr && count != 0) throw std::invalid_argument("analyze_coincidences: null tag array");
   CoincidenceAnalysis result;
   result.offset_ps = config.offset_ps;
@@ -69,6 +75,18 @@ CoincidenceAnalysis analyze_coincidences(const TimeTag* tags, std::size_t count,
   const PerInputTimes times = split_by_input(tags, count, config, result);
   count_groups(times, config, result);
   return result;
+}
+
+}  // namespace
+
+CoincidenceAnalysis analyze_coincidences(const TimeTag* tags, std::size_t count,
+                                         const CoincidenceWindowConfig& config) {
+  return analyze_tag_records(tags, count, config);
+}
+
+CoincidenceAnalysis analyze_coincidences(const tt_tag* tags, std::size_t count,
+                                         const CoincidenceWindowConfig& config) {
+  return analyze_tag_records(tags, count, config);
 }
 
 }  // namespace zolt::timing

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "analysis/coincidence_config.hpp"
+#include "analysis/large_buffer.hpp"
 #include "stream/time_tag.hpp"
+#include "zolt_timing.h"
 
 namespace zolt::timing {
 
@@ -21,10 +23,16 @@ namespace zolt::timing {
 CoincidenceAnalysis analyze_coincidences(const TimeTag* tags, std::size_t count,
                                          const CoincidenceWindowConfig& config);
 
+// The same on public tag records, read in place rather than copied: each
+// record counts exactly as its TimeTag would (channels that do not fit the
+// 8-bit input number are out of range, they do not wrap onto input 0).
+CoincidenceAnalysis analyze_coincidences(const tt_tag* tags, std::size_t count,
+                                         const CoincidenceWindowConfig& config);
+
 namespace detail {
 
 // The adjusted times of each input, each list ascending.
-using PerInputTimes = std::array<std::vector<std::int64_t>, kInputCount>;
+using PerInputTimes = std::array<LargeVector<std::int64_t>, kInputCount>;
 
 // Number of coincident tuples among the first group_size entries of inputs.
 // 0 when an input of the group is outside 0..3, outside the configuration's

@@ -1,7 +1,6 @@
 // Exported host-side coincidence analysis.
 
 #include <algorithm>
-#include <vector>
 
 #include "analysis/coincidence_analysis.hpp"
 #include "api/boundary.hpp"
@@ -22,13 +21,6 @@ CoincidenceWindowConfig from_public(const tt_coincidence_window_config* config) 
   return internal;
 }
 
-// Public channels are 32-bit; any number that does not fit the internal
-// 8-bit input is out of range and must stay so (not wrap onto input 0).
-TimeTag from_public(const tt_tag& tag) noexcept {
-  const auto channel = static_cast<std::uint8_t>(std::min<std::uint32_t>(tag.channel, 0xFF));
-  return TimeTag{channel, tag.time_ps};
-}
-
 tt_coincidence_analysis to_public(const CoincidenceAnalysis& result) noexcept {
   tt_coincidence_analysis out{};
   std::copy(result.singles.begin(), result.singles.end(), out.singles);
@@ -44,9 +36,7 @@ tt_coincidence_analysis to_public(const CoincidenceAnalysis& result) noexcept {
 
 tt_status analyze_public_tags(const tt_tag* tags, std::size_t count, const tt_coincidence_window_config* config,
                               tt_coincidence_analysis* out) {
-  std::vector<TimeTag> copied(count);
-  for (std::size_t i = 0; i < count; ++i) copied[i] = from_public(tags[i]);
-  *out = to_public(analyze_coincidences(copied.data(), copied.size(), from_public(config)));
+  *out = to_public(analyze_coincidences(tags, count, from_public(config)));
   return TT_OK;
 }
 

@@ -45,7 +45,7 @@ class GroupCounter {
     for (const std::int64_t* t = reference.begin; t != reference.end; ++t) {
       const std::int64_t lo = minus_clamped(*t, reference.half_window);
       const std::int64_t hi = plus_clamped(*t, reference.half_window);
-      if (advance_near_ranges(lo, hi)) step(1, lo, hi);
+      if (advance_near_ranges(lo, hi)) step<1>(lo, hi);
     }
     return count_;
   }
@@ -65,24 +65,36 @@ class GroupCounter {
     return true;
   }
 
-  // Extends a tuple whose common interval is [lo, hi] by the member at depth.
-  void step(int depth, std::int64_t lo, std::int64_t hi) {
-    if (depth == size_) {
+  // Extends a tuple whose common interval is [lo, hi] by the member at Depth.
+  // At depth 1 the interval is the reference's own, for which the coarse
+  // range is already exact.
+  // The depth is a template argument so that the descent never indexes past
+  // the four inputs and compiles into straight-line code per level.
+  template <int Depth>
+  void step(std::int64_t lo, std::int64_t hi) {
+    if (Depth == size_) {
       ++count_;
       return;
     }
-    const GroupMember& m = members_[static_cast<std::size_t>(depth)];
-    const std::int64_t* first = std::lower_bound(m.near_lo, m.near_hi, minus_clamped(lo, m.half_window));
-    const std::int64_t* last = std::upper_bound(first, m.near_hi, plus_clamped(hi, m.half_window));
-    if (depth + 1 == size_) {
+    const GroupMember& m = members_[static_cast<std::size_t>(Depth)];
+    const std::int64_t* first = m.near_lo;
+    const std::int64_t* last = m.near_hi;
+    if constexpr (Depth > 1) {
+      // Deeper levels see a narrower interval than the coarse range.
+      first = std::lower_bound(first, last, minus_clamped(lo, m.half_window));
+      last = std::upper_bound(first, last, plus_clamped(hi, m.half_window));
+    }
+    if (Depth + 1 == size_) {
       // Every time in [first, last) overlaps [lo, hi] and completes a tuple.
       count_ += last - first;
       return;
     }
-    for (const std::int64_t* u = first; u != last; ++u) {
-      const std::int64_t narrowed_lo = std::max(minus_clamped(*u, m.half_window), lo);
-      const std::int64_t narrowed_hi = std::min(plus_clamped(*u, m.half_window), hi);
-      if (narrowed_lo <= narrowed_hi) step(depth + 1, narrowed_lo, narrowed_hi);
+    if constexpr (Depth + 1 < kInputCount) {
+      for (const std::int64_t* u = first; u != last; ++u) {
+        const std::int64_t narrowed_lo = std::max(minus_clamped(*u, m.half_window), lo);
+        const std::int64_t narrowed_hi = std::min(plus_clamped(*u, m.half_window), hi);
+        if (narrowed_lo <= narrowed_hi) step<Depth + 1>(narrowed_lo, narrowed_hi);
+      }
     }
   }
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "analysis/clamped_math.hpp"
 #include "analysis/coincidence_config.hpp"
+#include "analysis/large_buffer.hpp"
 
 namespace zolt::timing {
 namespace {
@@ -33,26 +33,60 @@ constexpr std::array<std::array<int, kInputCount>, kInputCount> kPairSlot{{
 // that arrived last and quadruples stays 0; users' numbers depend on this.
 constexpr std::array<int, kInputCount> kTripleSlotOfLastInput{3, 2, 1, 0};
 
-// Tags of the masked inputs with their offsets applied, in (time, input)
-// order.
+// Tags of the masked inputs with their offsets applied, visited in (time,
+// input) order. Recordings are normally in that order already; then the
+// records are read in place and nothing is copied.
 class AdjustedTags {
  public:
-  AdjustedTags(const tt_tag* tags, std::size_t count, const StreamingCoincidenceSetup& setup, std::uint8_t mask) {
+  AdjustedTags(const tt_tag* tags, std::size_t count, const StreamingCoincidenceSetup& setup, std::uint8_t mask)
+      : tags_(tags), count_(count), offsets_(setup.offsets_ps), mask_(mask) {
+    if (in_order()) return;
     for (std::size_t i = 0; i < count; ++i) {
-      const auto input = static_cast<std::int32_t>(tags[i].channel);
-      if (input < 0 || input >= kInputCount || (mask & (1u << input)) == 0) continue;
-      const std::int64_t offset = setup.offsets_ps == nullptr ? 0 : setup.offsets_ps[input];
-      tags_.push_back(AdjustedTag{detail::plus_wrapping(tags[i].time_ps, offset), input});
+      AdjustedTag tag;
+      if (adjust(tags[i], tag)) sorted_copy_.push_back(tag);
     }
-    if (!std::is_sorted(tags_.begin(), tags_.end(), comes_before)) {
-      std::sort(tags_.begin(), tags_.end(), comes_before);
+    std::sort(sorted_copy_.begin(), sorted_copy_.end(), comes_before);
+    copied_ = true;
+  }
+
+  template <class Visit>
+  void for_each(Visit&& visit) const {
+    if (copied_) {
+      for (const AdjustedTag& tag : sorted_copy_) visit(tag);
+      return;
+    }
+    AdjustedTag tag;
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (adjust(tags_[i], tag)) visit(tag);
     }
   }
 
-  const std::vector<AdjustedTag>& in_order() const noexcept { return tags_; }
-
  private:
-  std::vector<AdjustedTag> tags_;
+  bool adjust(const tt_tag& record, AdjustedTag& tag) const noexcept {
+    const auto input = static_cast<std::int32_t>(record.channel);
+    if (input < 0 || input >= kInputCount || (mask_ & (1u << input)) == 0) return false;
+    const std::int64_t offset = offsets_ == nullptr ? 0 : offsets_[input];
+    tag = AdjustedTag{detail::plus_wrapping(record.time_ps, offset), input};
+    return true;
+  }
+
+  bool in_order() const noexcept {
+    AdjustedTag previous{detail::kMinTime, -1};
+    AdjustedTag tag;
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (!adjust(tags_[i], tag)) continue;
+      if (comes_before(tag, previous)) return false;
+      previous = tag;
+    }
+    return true;
+  }
+
+  const tt_tag* tags_;
+  std::size_t count_;
+  const std::int64_t* offsets_;
+  std::uint8_t mask_;
+  bool copied_ = false;
+  detail::LargeVector<AdjustedTag> sorted_copy_;
 };
 
 // Per input, the time of its latest tag. Tags arrive in time order, so an
@@ -102,7 +136,7 @@ tt_status count_streaming_coincidences(const tt_tag* tags, std::size_t count, co
   const std::uint8_t mask = setup.mask == 0 ? kAllInputsMask : setup.mask;
   const AdjustedTags adjusted(tags, count, setup, mask);
   WindowCounter counter(out.window_ps, mask, out);
-  for (const AdjustedTag& tag : adjusted.in_order()) counter.add(tag);
+  adjusted.for_each([&](const AdjustedTag& tag) { counter.add(tag); });
   for (const std::uint64_t singles : out.singles) out.total += singles;
   return TT_OK;
 }
