@@ -221,6 +221,181 @@ ZOLT_TIMING_API tt_status tt_identify(tt_device* device, tt_identity* identity);
  * read device information". Blocks like tt_identify. */
 ZOLT_TIMING_API tt_status tt_get_device_info(tt_device* device, tt_device_info* info);
 
+/* ------------------------------------------------------------------------
+ * Coincidence analysis on the host
+ * ------------------------------------------------------------------------ */
+
+/* How tags of the four inputs are matched. offset_ps[i] is added to every time
+ * of input i before matching; |window_ps[i]| is the half-width of input i's
+ * window (the sign is ignored). Bit i of group_mask lets input i take part;
+ * only bits 0..3 count, and 0 means all four inputs. */
+typedef struct tt_coincidence_window_config {
+  int64_t offset_ps[4];
+  int64_t window_ps[4];
+  uint8_t group_mask;
+} tt_coincidence_window_config;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_coincidence_window_config) == 72,
+                          tt_coincidence_window_config_is_72_bytes);
+
+/* Result of tt_analyze_coincidences. pairs are inputs (0,1), (0,2), (0,3),
+ * (1,2), (1,3), (2,3); triples are (0,1,2), (0,1,3), (0,2,3), (1,2,3). A tag
+ * is never consumed: it takes part in every tuple it matches. offset_ps and
+ * window_ps are copies of the configuration (window sign kept). */
+typedef struct tt_coincidence_analysis {
+  uint64_t singles[4];
+  uint64_t total;
+  uint64_t pairs[6];
+  uint64_t triples[4];
+  uint64_t quadruples;
+  uint8_t effective_mask; /* group_mask & 15, or 15 when group_mask is 0 */
+  int64_t offset_ps[4];
+  int64_t window_ps[4];
+} tt_coincidence_analysis;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_coincidence_analysis) == 200,
+                          tt_coincidence_analysis_is_200_bytes);
+
+/* Counts singles and every pair, triple and quadruple of coincident tags in
+ * tags[0..count). A tuple (one tag per input) counts when the closed
+ * intervals [time + offset - |window|, time + offset + |window|] of all its
+ * tags share at least one point. Tags of inputs above 3 or outside the mask
+ * are ignored. config may be NULL: offsets 0, windows 0, all inputs. The
+ * caller keeps ownership of everything; the tags are not modified (sorted
+ * copies are made when needed). Returns -1 when out is NULL or tags is NULL
+ * with count > 0, -2 when memory runs out; out is written only on success.
+ * Does not block and keeps no last-error text. */
+ZOLT_TIMING_API tt_status tt_analyze_coincidences(const tt_tag* tags, size_t count,
+                                                  const tt_coincidence_window_config* config,
+                                                  tt_coincidence_analysis* out);
+
+/* ------------------------------------------------------------------------
+ * Offline analysis functions
+ *
+ * Stateless functions on arrays already in memory. They return 0 on success
+ * and -1 for every rejected argument (-2 only when memory runs out). Input
+ * arrays are never modified: sorted copies are made when an input is not
+ * already in ascending order. None of them blocks or keeps a last-error text.
+ * Tag arguments are tt_tag records whose channel is read as a signed 32-bit
+ * input number.
+ * ------------------------------------------------------------------------ */
+
+/* Weighted-moment estimate of a histogram peak (not an iterative fit). */
+typedef struct zolt_analysis_gaussian_fit {
+  uint64_t valid;   /* 1 when a positive width was found */
+  uint64_t points;  /* histogram points used */
+  double mean;      /* weighted mean position */
+  double sigma;     /* weighted standard deviation; 0 when not valid */
+  double fwhm;      /* 2.3548200450309493 * sigma; 0 when not valid */
+  double amplitude; /* peak count minus baseline */
+  double baseline;  /* smallest count among the points used */
+  double area;      /* sum of weights times the mean positive position spacing */
+} zolt_analysis_gaussian_fit;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(zolt_analysis_gaussian_fit) == 64,
+                          zolt_analysis_gaussian_fit_is_64_bytes);
+
+/* One closed window of a frequency trace. */
+typedef struct zolt_analysis_frequency_point {
+  double time_s;       /* end of the window, from the first time, in seconds */
+  double frequency_hz; /* (count - 1) * 1e12 / (last_ps - first_ps), or 0 */
+  uint64_t count;      /* times in the window */
+  int64_t first_ps;    /* first time in the window; 0 for an empty window */
+  int64_t last_ps;     /* last time in the window; 0 for an empty window */
+} zolt_analysis_frequency_point;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(zolt_analysis_frequency_point) == 40,
+                          zolt_analysis_frequency_point_is_40_bytes);
+
+/* Result of zolt_analysis_count_coincidences. pairs are inputs 01, 02, 03,
+ * 12, 13, 23. triples[] are the slots 012, 013, 023, 123; each counts events
+ * in which the other three inputs were all present when the slot's missing
+ * input arrived (so a four-input event lands in the slot of the input that
+ * came last). quadruples is always 0. */
+typedef struct zolt_analysis_coincidence_counts {
+  uint64_t singles[4];
+  uint64_t total;
+  uint64_t pairs[6];
+  uint64_t triples[4];
+  uint64_t quadruples;
+  uint64_t window_ps;
+} zolt_analysis_coincidence_counts;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(zolt_analysis_coincidence_counts) == 136,
+                          zolt_analysis_coincidence_counts_is_136_bytes);
+
+/* Version of the analysis functions, "0.3.0". Constant; never NULL. */
+ZOLT_TIMING_API const char* zolt_analysis_version(void);
+
+/* Histogram of tag times per input: out[bin * channels + input] counts the
+ * tags with 0 <= input < channels and start_ps + bin * bin_width_ps <= time <
+ * start_ps + (bin + 1) * bin_width_ps, for bin < bins. out (channels * bins
+ * values, caller-owned) is zeroed first. -1 when tags is NULL with count > 0,
+ * channels < 1, bin_width_ps < 1, bins is 0, out is NULL or channels * bins
+ * does not fit in 64 bits; out is untouched then. */
+ZOLT_TIMING_API tt_status zolt_analysis_count_bins(const tt_tag* tags, size_t count, int channels,
+                                                   int64_t start_ps, int64_t bin_width_ps,
+                                                   size_t bins, uint64_t* out);
+
+/* Number of bins of a cross-correlation over +-range_ps: 2 * H + 1 with
+ * H = ceil(range_ps / bin_width_ps). -1 when bin_width_ps <= 0, range_ps < 0,
+ * out is NULL or H overflows; *out is untouched then. */
+ZOLT_TIMING_API tt_status zolt_analysis_xcorr_bin_count(int64_t range_ps, int64_t bin_width_ps,
+                                                        size_t* out);
+
+/* Cross-correlation histogram of every pair (t from a, u from b): the lag
+ * u - t - offset_ps, divided by bin_width_ps and rounded half away from zero,
+ * selects bin k + H of counts (nbins = 2 * H + 1 values, see
+ * zolt_analysis_xcorr_bin_count). lags, when not NULL, receives the centre
+ * of each bin, (i - H) * bin_width_ps. counts is zeroed first. -1 when a or b
+ * is NULL with a non-zero length, bin_width_ps <= 0, range_ps < 0, counts is
+ * NULL or nbins is not 2 * H + 1; counts and lags are untouched then. */
+ZOLT_TIMING_API tt_status zolt_analysis_cross_correlation(const int64_t* a, size_t na,
+                                                          const int64_t* b, size_t nb,
+                                                          int64_t range_ps, int64_t bin_width_ps,
+                                                          int64_t offset_ps, uint64_t* counts,
+                                                          int64_t* lags, size_t nbins);
+
+/* Estimates the peak of the histogram (positions[i], counts[i]) from weighted
+ * moments over the points within fit_range of the highest count (all points
+ * when fit_range is 0). Points at the baseline weigh their full count. With
+ * n = 0 the result is all zero. -1 when out is NULL, when n > 0 and positions
+ * or counts is NULL, or when fit_range < 0; *out is zeroed as soon as the
+ * pointers are accepted, so a negative fit_range leaves it zeroed. */
+ZOLT_TIMING_API tt_status zolt_analysis_fit_gaussian_peak(const int64_t* positions,
+                                                          const uint64_t* counts, size_t n,
+                                                          int64_t fit_range,
+                                                          zolt_analysis_gaussian_fit* out);
+
+/* g2 normalisation: out[i] = counts[i] / (f1 * f2 * f3 * bin_width_ps * 1e-12),
+ * where two factors are the input rates in counts per second and one is the
+ * measurement time in seconds (in any order). out holds n values. -1 when
+ * counts is NULL with n > 0, out is NULL, a factor is <= 0 or not finite,
+ * bin_width_ps < 1 or the norm is not a positive finite number; out is
+ * untouched then. */
+ZOLT_TIMING_API tt_status zolt_analysis_normalize_g2(const uint64_t* counts, size_t n,
+                                                     int64_t bin_width_ps, double* out, double f1,
+                                                     double f2, double f3);
+
+/* Frequency trace of times in windows of window_ps starting at the earliest
+ * time. Every closed window gives one point, empty windows included; the last
+ * window (the one holding the latest time) is still open and gives none.
+ * *out_count receives the number of points. When out is NULL or capacity is
+ * 0 this is only a size query. Otherwise the points are copied when capacity
+ * suffices; when it does not, -1 is returned with *out_count set and nothing
+ * copied. Also -1 (out_count untouched) when times is NULL with n > 0,
+ * window_ps < 1 or out_count is NULL. */
+ZOLT_TIMING_API tt_status zolt_analysis_frequency_trace(const int64_t* times, size_t n,
+                                                        int64_t window_ps,
+                                                        zolt_analysis_frequency_point* out,
+                                                        size_t capacity, size_t* out_count);
+
+/* Streaming coincidence count in time order: each tag (time + offsets_ps[input],
+ * offsets may be NULL) adds one to the pair with every other masked input that
+ * had a tag within window_ps before it, however many. mask 0 means all four
+ * inputs. See zolt_analysis_coincidence_counts for the triple slots. -1 when
+ * tags is NULL with count > 0 or out is NULL (out untouched), or when
+ * window_ps < 0 (out zeroed). */
+ZOLT_TIMING_API tt_status zolt_analysis_count_coincidences(const tt_tag* tags, size_t count,
+                                                           int64_t window_ps,
+                                                           const int64_t* offsets_ps, uint8_t mask,
+                                                           zolt_analysis_coincidence_counts* out);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
