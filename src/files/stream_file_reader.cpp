@@ -21,6 +21,16 @@ void StreamFileReader::open(const std::string& path) {
   in_.clear();
   in_.open(path, std::ios::binary | std::ios::in);
   if (!in_.is_open()) fail(TT_ERR_IO, "StreamFileReader: cannot open " + path);
+  try {
+    read_header();
+  } catch (...) {
+    in_.close();  // a file that failed to open is not half open
+    throw;
+  }
+  reset_decoding();
+}
+
+void StreamFileReader::read_header() {
 
   char magic[8];
   read_exact_or_throw(magic, sizeof magic, TT_ERR_IO, "StreamFileReader: truncated magic");
@@ -37,7 +47,6 @@ void StreamFileReader::open(const std::string& path) {
 
   header_ = detail::stream_header_from_json(header_json_);
   payload_offset_ = kStreamFilePrefixBytes + std::uint64_t{length};
-  reset_decoding();
 }
 
 void StreamFileReader::read_exact_or_throw(char* data, std::size_t size, tt_status status, const char* message) {
@@ -126,18 +135,19 @@ void StreamFileReader::take_pending(std::vector<TimeTag>& out, std::size_t until
 // the payload's encoding. Tag words decode straight into out and stop at
 // `until`; a block decoder would put its surplus into pending_ instead.
 void StreamFileReader::decode_block(std::vector<TimeTag>& out, std::size_t until) {
-  block_begin_ += tag_words_.decode(block_.data() + block_begin_, block_end_ - block_begin_, out, until);
+  block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out, until);
 }
 
 // Moves the unconsumed tail to the front and appends the next payload block.
 // False when the payload has no more bytes.
 bool StreamFileReader::refill_block() {
   if (payload_exhausted_) return false;
+  if (!block_) block_ = std::make_unique_for_overwrite<std::uint8_t[]>(kCarryBytes + kDecodeBlockBytes);
   const std::size_t tail = block_end_ - block_begin_;
-  if (block_.size() < tail + kDecodeBlockBytes) block_.resize(tail + kDecodeBlockBytes);
-  std::memmove(block_.data(), block_.data() + block_begin_, tail);
+  if (tail > kCarryBytes) fail(TT_ERR_IO, "StreamFileReader: decoder left too many bytes");
+  std::memmove(block_.get(), block_.get() + block_begin_, tail);
   block_begin_ = 0;
-  const std::size_t got = read_payload(block_.data() + tail, kDecodeBlockBytes);
+  const std::size_t got = read_payload(block_.get() + tail, kDecodeBlockBytes);
   block_end_ = tail + got;
   if (got == 0) payload_exhausted_ = true;
   return got != 0;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ namespace zolt::timing {
 class StreamFileReader {
  public:
   static constexpr std::size_t kDecodeBlockBytes = 1 << 20;
+  // Room in front of a block for the unfinished word carried over.
+  static constexpr std::size_t kCarryBytes = 64;
 
   // Opens path and reads magic, length and JSON header; the stream is then
   // positioned at the payload and the decoding state is fresh.
@@ -41,6 +44,7 @@ class StreamFileReader {
   std::uint64_t decoded_tag_count() const { return decoded_tag_count_; }
 
  private:
+  void read_header();
   void read_exact_or_throw(char* data, std::size_t size, tt_status status, const char* message);
   void read_header_text(std::size_t length);
   void reset_decoding();
@@ -57,7 +61,9 @@ class StreamFileReader {
   // Decoding state. Payload bytes are read in blocks; bytes of a block the
   // decoder has not consumed yet (at most an unfinished word at its end) are
   // carried to the front of the next block.
-  std::vector<std::uint8_t> block_;
+  // Allocated on first use and not zero-filled: only the pages a read fills
+  // are ever touched, which keeps small files cheap to open and read.
+  std::unique_ptr<std::uint8_t[]> block_;
   std::size_t block_begin_ = 0;
   std::size_t block_end_ = 0;
   bool payload_exhausted_ = false;

@@ -1,6 +1,7 @@
 #include "files/stream_file_writer.hpp"
 
 #include <limits>
+#include <new>
 
 #include "api/error.hpp"
 #include "files/json_header_codec.hpp"
@@ -8,7 +9,9 @@
 
 namespace zolt::timing {
 
-StreamFileWriter::StreamFileWriter() : buffer_(new char[kBufferBytes]()) {}
+StreamFileWriter::StreamFileWriter() : buffer_(static_cast<char*>(std::calloc(kBufferBytes, 1))) {
+  if (!buffer_) throw std::bad_alloc();
+}
 
 StreamFileWriter::~StreamFileWriter() { close(); }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -39,7 +40,12 @@ class StreamFileWriter {
   std::uint64_t file_bytes() const { return file_bytes_; }
 
  private:
-  std::unique_ptr<char[]> buffer_;
+  struct FreeBuffer {
+    void operator()(char* buffer) const noexcept { std::free(buffer); }
+  };
+  // Zero-filled by calloc, which leaves fresh pages untouched until the
+  // stream writes them: a writer of a few bytes does not fault in 1 MiB.
+  std::unique_ptr<char, FreeBuffer> buffer_;
   std::ofstream out_;
   StreamFileHeader header_;
   std::uint64_t payload_bytes_ = 0;
