@@ -109,6 +109,23 @@ TEST(TagFilePartPath, NamingRule) {
   EXPECT_EQ(tag_file_part_path(".tags", 1), "_0001.tags");
 }
 
+TEST(TagWordEncoder, RemembersThePeriodYetMatchesPlainModuloEverywhere) {
+  TagWordEncoder encoder;
+  std::vector<std::int64_t> times = {0, 1, P - 1, P, P + 1, -1, -P, -P - 1, 2 * P - 1, INT64_MIN, INT64_MIN + 1,
+                                     INT64_MAX, INT64_MAX - 1, -P + 1, 5, INT64_MIN, INT64_MAX, 0};
+  std::mt19937_64 random(3);
+  for (int i = 0; i < 20000; ++i) {
+    const std::int64_t around = static_cast<std::int64_t>(random() % 8) * P - 4 * P;
+    times.push_back(i % 3 == 0 ? static_cast<std::int64_t>(random()) : around + static_cast<std::int64_t>(random() % 2000) - 1000);
+  }
+  for (const std::int64_t time : times) {
+    const std::int64_t expected = ((time % P) + P) % P;
+    ASSERT_EQ(encoder.wrap_time_ps(time), static_cast<std::uint64_t>(expected)) << time;
+    ASSERT_EQ(detail::wrap_time_ps(time), static_cast<std::uint64_t>(expected)) << time;
+  }
+  EXPECT_EQ(encoder.encode(3, -1), (std::uint64_t{3} << 61) | static_cast<std::uint64_t>(P - 1));
+}
+
 TEST(TagFile, WordsOnDiskAndRandomRoundTripWithUnwrap) {
   TempDir dir;
   const std::string path = dir.file("words.tags");

@@ -64,7 +64,9 @@ const char* raw64_tag_format_for(TimestampMode mode) {
 
 // Position just past the first "key" in text, or npos.
 std::size_t after_needle(std::string_view text, std::string_view key) {
-  const std::string needle = "\"" + std::string(key) + "\"";
+  std::string needle;
+  needle.reserve(key.size() + 2);
+  needle.append(1, '"').append(key).append(1, '"');
   if (text.size() < needle.size()) return npos;
   const std::size_t found = text.find(needle);
   return found == npos ? npos : found + needle.size();

@@ -133,9 +133,17 @@ void StreamFileReader::take_pending(std::vector<TimeTag>& out, std::size_t until
 
 // One decode step over the unconsumed bytes of the current block, chosen by
 // the payload's encoding. Tag words decode straight into out and stop at
-// `until`; a block decoder would put its surplus into pending_ instead.
+// `until`; a decoder that turns a whole block into tags at once would put
+// its surplus into pending_ instead.
 void StreamFileReader::decode_block(std::vector<TimeTag>& out, std::size_t until) {
-  block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out, until);
+  const std::size_t have = out.size();
+  const std::size_t room = std::min(until - have, (block_end_ - block_begin_) / kTagWordBytes);
+  if (room == 0) return;
+  out.resize(have + room);
+  std::size_t produced = 0;
+  block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out.data() + have, room,
+                                    produced);
+  out.resize(have + produced);
 }
 
 // Moves the unconsumed tail to the front and appends the next payload block.

@@ -9,8 +9,8 @@ namespace {
 // tag file reader never hands out.
 bool is_input(const TimeTag& tag) { return tag.channel < 4; }
 
-// Decoding in bounded batches keeps the scratch tags in cache.
-constexpr std::size_t kReadBatchTags = 1 << 16;
+// Decoding in bounded batches keeps the scratch tags in the L2 cache.
+constexpr std::size_t kReadBatchTags = 1 << 13;
 
 }  // namespace
 

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "files/stream_file_header.hpp"
 #include "files/stream_file_writer.hpp"
+#include "files/tag_word.hpp"
 #include "zolt_timing.h"
 
 namespace zolt::timing {
@@ -60,7 +62,10 @@ class TagFileWriter {
   std::uint64_t tag_count_ = 0;
   std::uint64_t part_tag_count_ = 0;
   bool closed_ = true;
-  std::vector<std::uint8_t> words_;
+  TagWordEncoder encoder_;
+  // One chunk of encoded words; allocated on first use, not zero-filled.
+  std::unique_ptr<std::uint8_t[]> words_;
+  std::size_t words_capacity_ = 0;
 };
 
 }  // namespace zolt::timing

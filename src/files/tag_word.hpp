@@ -55,24 +55,50 @@ inline std::uint64_t encode_tag_word(std::uint32_t channel, std::int64_t time_ps
 
 }  // namespace detail
 
+// Encodes tags into payload words. Reducing a time modulo P needs a 64-bit
+// division; consecutive tags mostly fall into the same period, so the
+// encoder remembers that period's start and divides only on leaving it.
+class TagWordEncoder {
+ public:
+  std::uint64_t wrap_time_ps(std::int64_t time_ps) noexcept {
+    std::int64_t into_period = 0;
+    if (!__builtin_sub_overflow(time_ps, period_start_, &into_period) && into_period >= 0 &&
+        into_period < kCounterWrapPs) {
+      return static_cast<std::uint64_t>(into_period);
+    }
+    const std::uint64_t remainder = detail::wrap_time_ps(time_ps);
+    std::int64_t start = 0;
+    if (!__builtin_sub_overflow(time_ps, static_cast<std::int64_t>(remainder), &start)) period_start_ = start;
+    return remainder;
+  }
+
+  // channel must be 0..3 (checked by the caller).
+  std::uint64_t encode(std::uint32_t channel, std::int64_t time_ps) noexcept {
+    return (std::uint64_t{channel} << kTagWordChannelShift) | wrap_time_ps(time_ps);
+  }
+
+ private:
+  std::int64_t period_start_ = 0;
+};
+
 // Turns payload bytes back into tags, unwrapping each input's time. A byte
 // sequence that is not a tag word is skipped one byte at a time, so the scan
 // falls back into step after a stray or damaged byte.
 class TagWordDecoder {
  public:
-  // Decodes from data[0, size) until out holds `until` tags or fewer than 8
-  // bytes are left. Returns the bytes consumed; the rest belongs to the next
-  // call (prefixed to the following bytes).
-  std::size_t decode(const std::uint8_t* data, std::size_t size, std::vector<TimeTag>& out, std::size_t until);
+  // Decodes from data[0, size) into out until room tags are written or fewer
+  // than 8 bytes are left. Returns the bytes consumed and sets produced; the
+  // unconsumed bytes belong in front of the next call's data.
+  std::size_t decode(const std::uint8_t* data, std::size_t size, TimeTag* out, std::size_t room,
+                     std::size_t& produced);
 
   // Forgets the unwrap state: times start again within the first period.
   void reset() noexcept { *this = TagWordDecoder(); }
 
  private:
   struct ChannelUnwrap {
-    std::uint64_t previous = 0;
+    std::uint64_t previous = 0;  // 0 until the input's first tag
     std::uint64_t offset = 0;
-    bool has_previous = false;
   };
   std::array<ChannelUnwrap, 4> channels_{};
 };
