@@ -32,7 +32,13 @@ std::size_t TagFileReader::take_buffered(tt_tag* out, std::size_t capacity) {
 }
 
 std::size_t TagFileReader::read(tt_tag* out, std::size_t capacity) {
-  std::size_t count = take_buffered(out, capacity);
+  std::size_t count = 0;
+  read(out, capacity, count);
+  return count;
+}
+
+void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) {
+  count = take_buffered(out, capacity);
   std::size_t missing = capacity - count;
   while (missing > 0) {
     const std::size_t asked = std::min(missing, kReadBatchTags);
@@ -44,7 +50,6 @@ std::size_t TagFileReader::read(tt_tag* out, std::size_t capacity) {
     missing -= asked;
     if (batch_.size() < asked) break;  // end of the payload
   }
-  return count;
 }
 
 std::size_t TagFileReader::read_tag_range(std::uint64_t first, std::uint64_t end, tt_tag* out,
