@@ -45,7 +45,9 @@ void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) 
     batch_.clear();
     file_.decode_next_tags(asked, batch_);
     for (const TimeTag& tag : batch_) {
-      if (is_input(tag)) out[count++] = to_public(tag);
+      // Written unconditionally, kept only for inputs: no branch per tag.
+      out[count] = to_public(tag);
+      count += is_input(tag) ? 1 : 0;
     }
     missing -= asked;
     if (batch_.size() < asked) break;  // end of the payload
