@@ -52,9 +52,9 @@ EmulatedFtdi& EmulatedFtdi::instance() {
 EmulatedFtdi::EmulatedFtdi() { configure_from_environment(); }
 
 void EmulatedFtdi::configure_from_environment() {
-  const char* spec = std::getenv("ZOLT_SIM_FTDI");
-  if (!spec) return;
-  std::stringstream entries(spec);
+  const char* module_list = std::getenv("ZOLT_SIM_FTDI");
+  if (!module_list) return;
+  std::stringstream entries(module_list);
   std::string entry;
   while (std::getline(entries, entry, ';')) {
     if (entry.empty()) continue;
