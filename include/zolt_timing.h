@@ -115,6 +115,21 @@ typedef struct tt_tag {
 } tt_tag;
 ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_tag) == 16, tt_tag_is_16_bytes);
 
+/* ------------------------------------------------------------------------
+ * Decoded stream records
+ * ------------------------------------------------------------------------ */
+
+/* One raw64 stream record as read by tt_read_raw64_tag. For calibration
+ * streams coarse is the 32-bit coarse count (3,333 ps per count) and fine the
+ * 13-bit fine code; for tag streams both are 0 and raw holds the whole word
+ * (input in bits 62..61, picoseconds modulo 0xD0500000000 in bits 43..0). */
+typedef struct tt_raw64_tag {
+  uint8_t channel; /* input 0..3: bits 62..61 of raw */
+  uint32_t coarse;
+  uint16_t fine;
+  uint64_t raw;
+} tt_raw64_tag;
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
