@@ -222,7 +222,7 @@ TEST(RoundTrip, PackedDeltaEveryMaskBothClockModes) {
 }
 
 TEST(RoundTrip, PackedDeltaOtherWidths) {
-  for (unsigned bits : {8u, 12u, 20u, 24u}) {
+  for (unsigned bits : {12u, 20u, 31u}) {
     SCOPED_TRACE(bits);
     const Events events = experiment(bits, 0xF, 250'000'000'000LL, true);
     Bytes stream;
@@ -234,6 +234,65 @@ TEST(RoundTrip, PackedDeltaOtherWidths) {
     StreamDecoder decoder(header);
     std::mt19937_64 random(bits);
     expect_same(decode_in_chunks(decoder, stream, random), as_tags(events, 8));
+  }
+}
+
+// Flips bits, drops and inserts bytes early in the stream.
+Bytes damaged(Bytes stream, std::mt19937_64& random) {
+  std::uniform_int_distribution<std::size_t> where(16, stream.size() / 10);
+  std::uniform_int_distribution<int> bit(0, 7), byte(0, 255);
+  for (int i = 0; i < 10; ++i) stream[where(random)] ^= static_cast<std::uint8_t>(1U << bit(random));
+  for (int i = 0; i < 2; ++i) stream.erase(stream.begin() + static_cast<std::ptrdiff_t>(where(random)));
+  for (int i = 0; i < 2; ++i) {
+    stream.insert(stream.begin() + static_cast<std::ptrdiff_t>(where(random)), static_cast<std::uint8_t>(byte(random)));
+  }
+  return stream;
+}
+
+// After damage the decoder finds its footing again and the stream's last
+// tags come out as they went in. raw64 has no sync: a damaged time may move
+// an input's epoch for good, so there the times agree modulo the wrap.
+// Packed delta with an external clock can run on misaligned for a while
+// (nothing about a plain tag is implausible then), so the stream is long.
+TEST(RoundTrip, DamagedStreamsRecover) {
+  for (std::uint64_t seed = 1; seed <= 3; ++seed) {
+    EventSource source(seed, 0xF);
+    Events events;
+    // 1.5 s in: raw64 words of times this large cannot be read one byte off.
+    source.jump_to(1'500'000'000'000LL);
+    source.poisson(events, 400000, 20e6);
+    Bytes raw64, delta32, packed;
+    zolt_sim::Raw64TagEncoder raw64_encoder;
+    zolt_sim::Delta32Encoder delta32_encoder({64});
+    zolt_sim::PackedDeltaEncoder packed_encoder({16, 8, 64});
+    for (const auto& e : events) {
+      raw64_encoder.encode(e, raw64);
+      delta32_encoder.encode(e, delta32);
+      packed_encoder.encode(e, packed);
+    }
+    packed_encoder.finish(packed);
+    const struct {
+      StreamFormat format;
+      const Bytes& bytes;
+      std::int64_t quantum;
+    } streams[] = {{StreamFormat::raw64, raw64, 1}, {StreamFormat::delta32, delta32, 1},
+                   {StreamFormat::packed_delta, packed, 8}};
+    for (const auto& s : streams) {
+      SCOPED_TRACE(::testing::Message() << "seed " << seed << " format " << int(s.format));
+      std::mt19937_64 random(seed);
+      StreamDecoder decoder(header_for(s.format, 0xF, TimestampMode::external));
+      const auto got = decode_in_chunks(decoder, damaged(s.bytes, random), random);
+      EXPECT_TRUE(decoder.locked());
+      auto want = as_tags(events, s.quantum);
+      constexpr std::size_t kTail = 2000;
+      ASSERT_GE(got.size(), kTail);
+      std::vector<TimeTag> tail(got.end() - kTail, got.end());
+      want.erase(want.begin(), want.end() - kTail);
+      if (s.format == StreamFormat::raw64) {
+        for (std::size_t i = 0; i < kTail; ++i) tail[i].time = want[i].time + (tail[i].time - want[i].time) % kWrap;
+      }
+      expect_same(tail, want);
+    }
   }
 }
 
