@@ -39,7 +39,7 @@ const std::uint8_t* find_sync(const std::uint8_t* begin, const std::uint8_t* end
 }  // namespace
 
 std::size_t Delta32Decoder::decode(const std::uint8_t* data, std::size_t size, std::vector<TimeTag>& out) {
-  out.reserve(out.size() + size / 4);
+  detail::reserve_tags(out, size / 4);
   std::size_t pos = 0;
   for (;;) {
     if (!locked_) {

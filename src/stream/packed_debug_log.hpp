@@ -4,10 +4,12 @@
 // where the decoder locked. Off unless ZOLT_PACKED_DEBUG is set (to anything);
 // at most kMaxLines lines per decoder so a bad stream cannot flood stderr.
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstring>
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -36,27 +38,38 @@ class PackedDebugLog {
   template <class... Pieces>
   void line(const Pieces&... pieces) {
     if (!enabled()) return;
-    std::string text;
-    (append(text, pieces), ...);
-    emit(text);
+    Line text;
+    (text.append(pieces), ...);
+    emit(std::string_view(text.data, text.size));
   }
 
  private:
-  static void append(std::string& text, std::string_view piece) { text.append(piece); }
-  static void append(std::string& text, const char* piece) { text.append(piece); }
-  static void append(std::string& text, Hex number) { append_number(text, number.value, 16); }
-  template <class Int, std::enable_if_t<std::is_integral_v<Int>, int> = 0>
-  static void append(std::string& text, Int number) {
-    append_number(text, number, 10);
-  }
-  template <class Int>
-  static void append_number(std::string& text, Int number, int base) {
-    char digits[24];
-    const auto result = std::to_chars(digits, digits + sizeof digits, number, base);
-    text.append(digits, result.ptr);
-  }
+  // A fixed buffer: the longest line is well under its size, and nothing is
+  // allocated per line.
+  struct Line {
+    char data[256];
+    std::size_t size = 0;
 
-  void emit(const std::string& text);
+    void append(std::string_view piece) {
+      const std::size_t n = std::min(piece.size(), sizeof data - size);
+      std::memcpy(data + size, piece.data(), n);
+      size += n;
+    }
+    void append(const char* piece) { append(std::string_view(piece)); }
+    void append(Hex number) { append_number(number.value, 16); }
+    template <class Int, std::enable_if_t<std::is_integral_v<Int>, int> = 0>
+    void append(Int number) {
+      append_number(number, 10);
+    }
+    template <class Int>
+    void append_number(Int number, int base) {
+      char digits[24];
+      const auto result = std::to_chars(digits, digits + sizeof digits, number, base);
+      append(std::string_view(digits, static_cast<std::size_t>(result.ptr - digits)));
+    }
+  };
+
+  void emit(std::string_view text);
 
   Sink sink_;
   bool enabled_ = false;

@@ -28,7 +28,7 @@ void Raw64Decoder::set_fine_lut(unsigned channel, FineLut lut) {
 }
 
 std::size_t Raw64Decoder::decode(const std::uint8_t* data, std::size_t size, std::vector<TimeTag>& out) {
-  out.reserve(out.size() + size / 8);
+  detail::reserve_tags(out, size / 8);
   return calibration_words_ ? decode_calibration_words(data, size, out) : decode_tag_words(data, size, out);
 }
 
