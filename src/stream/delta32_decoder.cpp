@@ -54,7 +54,7 @@ std::size_t Delta32Decoder::decode(const std::uint8_t* data, std::size_t size, s
     }
     bool lost = false;
     while (pos + 4 <= size) {
-      const std::uint32_t word = detail::load_be32(data + pos);
+      const std::uint32_t word = detail::read_be32(data + pos);
       pos += 4;
       if (!take_word(word, out)) [[unlikely]] {
         lose_lock();

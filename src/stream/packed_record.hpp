@@ -17,7 +17,7 @@ inline std::uint64_t packed_record_at(const std::uint8_t* data, std::size_t size
   const std::size_t byte = static_cast<std::size_t>(bit >> 3);
   std::uint64_t word;
   if (byte + 8 <= size) [[likely]] {
-    word = load_be64(data + byte);
+    word = read_be64(data + byte);
   } else {
     word = 0;
     for (std::size_t i = byte; i < size; ++i) word |= static_cast<std::uint64_t>(data[i]) << (56 - 8 * (i - byte));

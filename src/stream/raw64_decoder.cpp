@@ -38,7 +38,7 @@ std::size_t Raw64Decoder::decode_tag_words(const std::uint8_t* data, std::size_t
                                            std::vector<TimeTag>& out) {
   std::size_t pos = 0;
   while (pos + 8 <= size) {
-    const std::uint64_t word = detail::load_be64(data + pos);
+    const std::uint64_t word = detail::read_be64(data + pos);
     if (!detail::is_raw64_tag_word(word)) [[unlikely]] {
       ++pos;
       continue;
@@ -60,7 +60,7 @@ std::size_t Raw64Decoder::decode_calibration_words(const std::uint8_t* data, std
                                                    std::vector<TimeTag>& out) {
   std::size_t pos = 0;
   while (pos + 8 <= size) {
-    const std::uint64_t word = detail::load_be64(data + pos);
+    const std::uint64_t word = detail::read_be64(data + pos);
     if (!detail::is_raw64_calibration_word(word)) [[unlikely]] {
       ++pos;
       continue;

@@ -21,7 +21,7 @@ void Raw64LookAhead::reset(bool calibration_words) noexcept {
 // Tag words only promise a clear top bit; calibration words carry a marker.
 bool Raw64LookAhead::looks_like_record(std::size_t offset) const noexcept {
   if (!calibration_words_) return offset < size_ && (buffer_[offset] & 0x80) == 0;
-  return offset + kWordBytes <= size_ && detail::is_raw64_calibration_word(detail::load_be64(buffer_.data() + offset));
+  return offset + kWordBytes <= size_ && detail::is_raw64_calibration_word(detail::read_be64(buffer_.data() + offset));
 }
 
 bool Raw64LookAhead::find_alignment() noexcept {
@@ -41,7 +41,7 @@ bool Raw64LookAhead::take(tt_raw64_tag& tag) noexcept {
     if (aligned_) {
       if (size_ < kWordBytes) return false;
       if (looks_like_record(0)) {
-        const std::uint64_t word = detail::load_be64(buffer_.data());
+        const std::uint64_t word = detail::read_be64(buffer_.data());
         drop_front(kWordBytes);
         tag.channel = static_cast<std::uint8_t>(detail::raw64_channel(word));
         tag.coarse = calibration_words_ ? detail::raw64_coarse(word) : 0;

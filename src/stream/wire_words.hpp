@@ -9,13 +9,13 @@
 
 namespace zolt::timing::detail {
 
-inline std::uint64_t load_be64(const std::uint8_t* bytes) noexcept {
+inline std::uint64_t read_be64(const std::uint8_t* bytes) noexcept {
   std::uint64_t word;
   std::memcpy(&word, bytes, sizeof word);
   return __builtin_bswap64(word);
 }
 
-inline std::uint32_t load_be32(const std::uint8_t* bytes) noexcept {
+inline std::uint32_t read_be32(const std::uint8_t* bytes) noexcept {
   std::uint32_t word;
   std::memcpy(&word, bytes, sizeof word);
   return __builtin_bswap32(word);
