@@ -286,7 +286,8 @@ ZOLT_TIMING_API tt_status tt_tag_file_reader_info(const tt_tag_file_reader* read
 /* Reads up to capacity tags in file order; *count = 0 with status 0 means
  * the end of the file. Times are unwrapped per input from the start of the
  * file (or from the last rewind or seek). -1 for NULL arguments or capacity
- * 0; -2 on a read failure. */
+ * 0; -2 on a read failure, with *count still telling how many tags were
+ * delivered before it; -7 for a stream file whose payload is not tags. */
 ZOLT_TIMING_API tt_status tt_tag_file_reader_read(tt_tag_file_reader* reader, tt_tag* tags, size_t capacity,
                                                   size_t* count);
 

@@ -229,8 +229,20 @@ TEST(TagFileWriter, RefusalsAndTheirTexts) {
   for (const std::int64_t size : {std::int64_t{0}, std::int64_t{8}, std::int64_t{-1}, std::int64_t{INT64_MAX}}) EXPECT_EQ(tt_tag_file_writer_set_max_file_size(writer, size), TT_OK);
   EXPECT_EQ(tt_tag_file_writer_set_max_file_size(nullptr, 8), TT_ERR_INVALID_ARGUMENT);
 
+  // A bad input far into a call larger than one chunk, or inside its first
+  // chunk while parts roll over tag by tag: still nothing is written.
+  std::vector<tt_tag> large(1'100'000, tt_tag{2, 10});
+  large.back().channel = 7;
+  EXPECT_EQ(tt_tag_file_writer_write(writer, large.data(), large.size(), &written), TT_ERR_INVALID_ARGUMENT);
+  large.back().channel = 0;
+  large[500].channel = 5;
+  ASSERT_EQ(tt_tag_file_writer_set_max_file_size(writer, 8), TT_OK);
+  EXPECT_EQ(tt_tag_file_writer_write(writer, large.data(), 1000, &written), TT_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(written, 0u);
+  EXPECT_EQ(tt_tag_file_writer_tag_count(writer), 0u);
+  EXPECT_EQ(tt_tag_file_writer_file_index(writer), 0u);
+
   ASSERT_EQ(tt_tag_file_writer_close(writer), TT_OK);
-  EXPECT_EQ(read_bytes(path).size() - 0, read_bytes(path).size());
   EXPECT_GE(read_bytes(path).size(), empty_size);
   // Channel check first, then the closed state; an empty write still succeeds.
   EXPECT_EQ(tt_tag_file_writer_write(writer, bad, 4, &written), TT_ERR_INVALID_ARGUMENT);

@@ -126,7 +126,7 @@ ZOLT_TIMING_API tt_status tt_tag_file_reader_read(tt_tag_file_reader* reader, tt
                                                   size_t* count) {
   if (bad_read_arguments(reader, tags, capacity, count)) return TT_ERR_INVALID_ARGUMENT;
   *count = 0;
-  return on_handle(reader, [&] { *count = reader->reader.read(tags, capacity); });
+  return on_handle(reader, [&] { reader->reader.read(tags, capacity, *count); });
 }
 
 ZOLT_TIMING_API tt_status tt_tag_file_reader_read_tag_range(tt_tag_file_reader* reader, uint64_t first,

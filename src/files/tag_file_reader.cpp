@@ -41,19 +41,26 @@ std::size_t TagFileReader::take_buffered(tt_tag* out, std::size_t capacity) {
 }
 
 std::size_t TagFileReader::read(tt_tag* out, std::size_t capacity) {
-  std::size_t count = take_buffered(out, capacity);
+  std::size_t count = 0;
+  read(out, capacity, count);
+  return count;
+}
+
+void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) {
+  count = take_buffered(out, capacity);
   std::size_t missing = capacity - count;
   while (missing > 0) {
     const std::size_t asked = std::min(missing, kReadBatchTags);
     batch_.clear();
     decode_tag_words(asked);
     for (const TimeTag& tag : batch_) {
-      if (is_input(tag)) out[count++] = to_public(tag);
+      // Written unconditionally, kept only for inputs: no branch per tag.
+      out[count] = to_public(tag);
+      count += is_input(tag) ? 1 : 0;
     }
     missing -= asked;
     if (batch_.size() < asked) break;  // end of the payload
   }
-  return count;
 }
 
 std::size_t TagFileReader::read_tag_range(std::uint64_t first, std::uint64_t end, tt_tag* out,

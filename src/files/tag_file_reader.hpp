@@ -25,6 +25,9 @@ class TagFileReader {
 
   // Up to capacity tags; 0 means the end of the file.
   std::size_t read(tt_tag* out, std::size_t capacity);
+  // The same, with count kept current as tags are delivered: when a read
+  // failure interrupts it, count still tells how many of out are valid.
+  void read(tt_tag* out, std::size_t capacity, std::size_t& count);
   // Tags [first, end) by index, at most capacity of them.
   std::size_t read_tag_range(std::uint64_t first, std::uint64_t end, tt_tag* out, std::size_t capacity);
   // Tags with start_ps <= time < end_ps, scanning from the first tag at or

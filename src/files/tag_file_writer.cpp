@@ -56,17 +56,31 @@ void TagFileWriter::check_channels(const tt_tag* tags, std::size_t count) {
 void TagFileWriter::write(const tt_tag* tags, std::size_t count, std::size_t& written) {
   written = 0;
   if (count == 0) return;
-  check_channels(tags, count);  // all or nothing: checked before a byte is written
-  if (closed_) throw Error(TT_ERR_INVALID_STATE, "tag file writer is closed");
-
+  if (closed_) {
+    check_channels(tags, count);  // a bad input is reported before the closed state
+    throw Error(TT_ERR_INVALID_STATE, "tag file writer is closed");
+  }
+  // All or nothing: tags past the first chunk are checked here, the first
+  // chunk while it is encoded, and nothing is written before both passed.
+  if (count > kChunkTags) check_channels(tags + kChunkTags, count - kChunkTags);
   while (written < count) {
     const std::size_t chunk = std::min(count - written, kChunkTags);
-    const std::size_t fitting = tags_fitting_current_part(chunk);
+    encode_chunk(tags + written, chunk);
+    write_encoded(chunk, written);
+  }
+}
+
+// Writes the encoded chunk, rolling over to new parts as the limit demands.
+void TagFileWriter::write_encoded(std::size_t chunk, std::size_t& written) {
+  std::size_t done = 0;
+  while (done < chunk) {
+    const std::size_t fitting = tags_fitting_current_part(chunk - done);
     if (fitting == 0) {
       roll_over();
       continue;
     }
-    write_words(tags + written, fitting);
+    writer_.write(words_.get() + done * kTagWordBytes, fitting * kTagWordBytes);
+    done += fitting;
     tag_count_ += fitting;
     part_tag_count_ += fitting;
     written += fitting;
@@ -98,17 +112,19 @@ void TagFileWriter::roll_over() {
   closed_ = false;
 }
 
-void TagFileWriter::write_words(const tt_tag* tags, std::size_t count) {
+void TagFileWriter::encode_chunk(const tt_tag* tags, std::size_t count) {
   const std::size_t bytes = count * kTagWordBytes;
   if (words_capacity_ < bytes) {
     words_ = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
     words_capacity_ = bytes;
   }
+  std::uint32_t any_bits = 0;
   std::uint8_t* word = words_.get();
   for (std::size_t i = 0; i < count; ++i, word += kTagWordBytes) {
-    detail::store_be64(encoder_.encode(tags[i].channel, tags[i].time_ps), word);
+    any_bits |= tags[i].channel;
+    detail::store_be64(encoder_.encode(tags[i].channel & 3u, tags[i].time_ps), word);
   }
-  writer_.write(words_.get(), bytes);
+  if (any_bits > 3) throw Error(TT_ERR_INVALID_ARGUMENT, "tag input is out of range");
 }
 
 void TagFileWriter::close() noexcept {

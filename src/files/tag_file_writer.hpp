@@ -51,7 +51,10 @@ class TagFileWriter {
   static void check_channels(const tt_tag* tags, std::size_t count);
   std::size_t tags_fitting_current_part(std::size_t chunk) const;
   void roll_over();
-  void write_words(const tt_tag* tags, std::size_t count);
+  // Encodes into words_ and checks the inputs on the way; throws before
+  // anything is written when one is out of range.
+  void encode_chunk(const tt_tag* tags, std::size_t count);
+  void write_encoded(std::size_t chunk, std::size_t& written);
 
   StreamFileWriter writer_;
   StreamFileHeader header_template_;
