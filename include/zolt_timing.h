@@ -604,6 +604,56 @@ ZOLT_TIMING_API void tt_tag_file_reader_free(tt_tag_file_reader* reader);
 /* Text of the reader's last failure; "" for none or NULL. Never NULL. */
 ZOLT_TIMING_API const char* tt_tag_file_reader_last_error(const tt_tag_file_reader* reader);
 
+/* ------------------------------------------------------------------------
+ * Decoded stream records
+ * ------------------------------------------------------------------------ */
+
+/* One raw64 stream record as read by tt_read_raw64_tag. For calibration
+ * streams coarse is the 32-bit coarse count (3,333 ps per count) and fine the
+ * 13-bit fine code; for tag streams both are 0 and raw holds the whole word
+ * (input in bits 62..61, picoseconds modulo 0xD0500000000 in bits 43..0). */
+typedef struct tt_raw64_tag {
+  uint8_t channel; /* input 0..3: bits 62..61 of raw */
+  uint32_t coarse;
+  uint16_t fine;
+  uint64_t raw;
+} tt_raw64_tag;
+
+/* ------------------------------------------------------------------------
+ * Decoding tags out of stream files
+ * ------------------------------------------------------------------------ */
+
+/* Decodes the next tags of the payload into out[0..capacity): tag files and
+ * raw64 "ps" payloads word by word, the other encodings (raw64 "raw_cf",
+ * delta32, packed delta) with the stream decoder set up from the file's
+ * header. Tags come in stream order; *count is how many were written. At the
+ * end of the payload the call succeeds with *count = 0; a stream that stops
+ * making sense (lost lock, unknown words) is skipped, never guessed at.
+ * tt_stream_file_reader_rewind starts decoding afresh. Any NULL argument
+ * gives TT_ERR_INVALID_ARGUMENT (*count is set to 0 first when count is not
+ * NULL); read failures give a status and a last-error text on the reader.
+ * Blocks only on file reads. */
+ZOLT_TIMING_API tt_status tt_stream_file_reader_read_tags(tt_stream_file_reader* reader, tt_tag* out,
+                                                          size_t capacity, size_t* count);
+
+/* What tt_stream_file_reader_summarize_tags found in a stream file. */
+typedef struct tt_stream_tag_summary {
+  uint64_t tags;          /* tags on inputs 0..3 */
+  uint64_t input_tags[4]; /* per input */
+  int64_t first_time_ps;  /* time of the first decoded tag; 0 when none */
+  int64_t last_time_ps;   /* time of the last decoded tag; 0 when none */
+  uint64_t payload_bytes; /* payload bytes scanned */
+} tt_stream_tag_summary;
+ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_stream_tag_summary) == 64, tt_stream_tag_summary_is_64_bytes);
+
+/* Decodes the whole payload from its start and fills *summary (zeroed
+ * first), then leaves the reader rewound: the next read starts at the first
+ * tag. NULL reader or summary: TT_ERR_INVALID_ARGUMENT. Failures give a
+ * status and a last-error text on the reader. Blocks while it reads the
+ * file. */
+ZOLT_TIMING_API tt_status tt_stream_file_reader_summarize_tags(tt_stream_file_reader* reader,
+                                                               tt_stream_tag_summary* summary);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -93,18 +93,21 @@ void StreamFileReader::reset_decoding() {
   block_begin_ = block_end_ = 0;
   payload_exhausted_ = false;
   tag_words_.reset();
+  stream_decoder_.reset();
   pending_.clear();
   pending_begin_ = 0;
   decoded_tag_count_ = 0;
+  decoded_payload_bytes_ = 0;
+}
+
+void StreamFileReader::require_decodable() const {
+  if (!in_.is_open()) fail(TT_ERR_INVALID_STATE, "StreamFileReader: not open");
 }
 
 // Tag files carry raw64 words in the "ps" tag format; that is the payload this
 // reader decodes itself. Other encodings need the stream decoder.
-void StreamFileReader::require_decodable() const {
-  if (!in_.is_open()) fail(TT_ERR_INVALID_STATE, "StreamFileReader: not open");
-  if (header_.stream_format != StreamFormat::raw64 || header_.raw64_tag_format != "ps") {
-    fail(TT_ERR_UNSUPPORTED, "StreamFileReader: no tag decoder for this stream format");
-  }
+bool StreamFileReader::holds_tag_words() const {
+  return header_.stream_format == StreamFormat::raw64 && header_.raw64_tag_format == "ps";
 }
 
 void StreamFileReader::decode_next_tags(std::size_t max_tags, std::vector<TimeTag>& out) {
@@ -114,7 +117,12 @@ void StreamFileReader::decode_next_tags(std::size_t max_tags, std::vector<TimeTa
   take_pending(out, until);
   while (out.size() < until) {
     decode_block(out, until);
-    if (out.size() >= until || !refill_block()) break;
+    if (out.size() >= until) break;
+    if (!refill_block()) {
+      drain_stream_decoder();
+      take_pending(out, until);
+      break;
+    }
   }
   decoded_tag_count_ += out.size() - start;
 }
@@ -136,6 +144,11 @@ void StreamFileReader::take_pending(std::vector<TimeTag>& out, std::size_t until
 // `until`; a decoder that turns a whole block into tags at once would put
 // its surplus into pending_ instead.
 void StreamFileReader::decode_block(std::vector<TimeTag>& out, std::size_t until) {
+  if (!holds_tag_words()) {
+    decode_block_with_stream_decoder();
+    take_pending(out, until);
+    return;
+  }
   const std::size_t have = out.size();
   const std::size_t room = std::min(until - have, (block_end_ - block_begin_) / kTagWordBytes);
   if (room == 0) return;
@@ -144,6 +157,28 @@ void StreamFileReader::decode_block(std::vector<TimeTag>& out, std::size_t until
   block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out.data() + have, room,
                                     produced);
   out.resize(have + produced);
+}
+
+// The stream decoder takes the whole block (it keeps what it cannot decode
+// yet) and its tags wait in pending_.
+void StreamFileReader::decode_block_with_stream_decoder() {
+  if (block_begin_ == block_end_) return;
+  if (!stream_decoder_) stream_decoder_.emplace(header_);
+  stream_decoder_->feed(std::span<const std::uint8_t>(block_.get() + block_begin_, block_end_ - block_begin_),
+                        pending_);
+  block_begin_ = block_end_;
+}
+
+// At the end of the payload: a packed decoder that dropped its lock stops at
+// that record and decodes the rest only when called again, so it is called
+// until its buffer stops shrinking.
+void StreamFileReader::drain_stream_decoder() {
+  if (!stream_decoder_) return;
+  for (;;) {
+    const std::size_t before = stream_decoder_->buffered_bytes();
+    const std::size_t tags = stream_decoder_->feed(std::span<const std::uint8_t>(), pending_);
+    if (tags == 0 && stream_decoder_->buffered_bytes() >= before) return;
+  }
 }
 
 // Moves the unconsumed tail to the front and appends the next payload block.
@@ -157,6 +192,7 @@ bool StreamFileReader::refill_block() {
   block_begin_ = 0;
   const std::size_t got = read_payload(block_.get() + tail, kDecodeBlockBytes);
   block_end_ = tail + got;
+  decoded_payload_bytes_ += got;
   if (got == 0) payload_exhausted_ = true;
   return got != 0;
 }

@@ -4,11 +4,13 @@
 #include <cstdint>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "files/stream_file_header.hpp"
 #include "files/tag_word.hpp"
+#include "stream/stream_decoder.hpp"
 #include "stream/time_tag.hpp"
 
 namespace zolt::timing {
@@ -33,13 +35,19 @@ class StreamFileReader {
   void rewind_payload();
 
   // Appends up to max_tags decoded tags to out; fewer only at the end of the
-  // payload. Throws Error(-7) for payloads it has no decoder for.
+  // payload. Tag-file payloads (raw64, "ps") are decoded here; the other
+  // encodings go through a StreamDecoder built from the header.
   void decode_next_tags(std::size_t max_tags, std::vector<TimeTag>& out);
 
   bool is_open() const { return in_.is_open(); }
+  // Whether the payload is tag words (raw64 in the "ps" tag format), as in
+  // tag files.
+  bool holds_tag_words() const;
   const StreamFileHeader& header() const { return header_; }
   const std::string& header_json() const { return header_json_; }
   std::uint64_t payload_offset() const { return payload_offset_; }
+  // Payload bytes read for decoding since open or the last rewind.
+  std::uint64_t decoded_payload_bytes() const { return decoded_payload_bytes_; }
   // Tags handed out by decode_next_tags since open or the last rewind.
   std::uint64_t decoded_tag_count() const { return decoded_tag_count_; }
 
@@ -52,6 +60,8 @@ class StreamFileReader {
   bool refill_block();
   void take_pending(std::vector<TimeTag>& out, std::size_t until);
   void decode_block(std::vector<TimeTag>& out, std::size_t until);
+  void decode_block_with_stream_decoder();
+  void drain_stream_decoder();
 
   std::ifstream in_;
   StreamFileHeader header_;
@@ -68,11 +78,14 @@ class StreamFileReader {
   std::size_t block_end_ = 0;
   bool payload_exhausted_ = false;
   TagWordDecoder tag_words_;
+  // For raw64 calibration words, delta32 and packed delta; made on first use.
+  std::optional<StreamDecoder> stream_decoder_;
   // Tags decoded but not yet handed out: a decoder that turns a whole block
   // into tags at once leaves the surplus here.
   std::vector<TimeTag> pending_;
   std::size_t pending_begin_ = 0;
   std::uint64_t decoded_tag_count_ = 0;
+  std::uint64_t decoded_payload_bytes_ = 0;
 };
 
 }  // namespace zolt::timing

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "api/error.hpp"
+
 namespace zolt::timing {
 namespace {
 
@@ -13,6 +15,13 @@ bool is_input(const TimeTag& tag) { return tag.channel < 4; }
 constexpr std::size_t kReadBatchTags = 1 << 13;
 
 }  // namespace
+
+void TagFileReader::decode_tag_words(std::size_t max_tags) {
+  if (!file_.holds_tag_words()) {
+    throw Error(TT_ERR_UNSUPPORTED, "StreamFileReader: no tag decoder for this stream format");
+  }
+  file_.decode_next_tags(max_tags, batch_);
+}
 
 void TagFileReader::open(const std::string& path) {
   file_.open(path);
@@ -43,7 +52,7 @@ void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) 
   while (missing > 0) {
     const std::size_t asked = std::min(missing, kReadBatchTags);
     batch_.clear();
-    file_.decode_next_tags(asked, batch_);
+    decode_tag_words(asked);
     for (const TimeTag& tag : batch_) {
       // Written unconditionally, kept only for inputs: no branch per tag.
       out[count] = to_public(tag);
@@ -67,7 +76,7 @@ void TagFileReader::seek_tag(std::uint64_t index) {
   while (remaining > 0) {
     const std::size_t asked = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kSeekBatchTags));
     batch_.clear();
-    file_.decode_next_tags(asked, batch_);
+    decode_tag_words(asked);
     remaining -= batch_.size();
     if (batch_.size() < asked) break;  // the file ended first
   }
@@ -77,7 +86,7 @@ void TagFileReader::seek_time(std::int64_t time_ps) {
   rewind();
   for (;;) {
     batch_.clear();
-    file_.decode_next_tags(kSeekBatchTags, batch_);
+    decode_tag_words(kSeekBatchTags);
     const auto found = std::find_if(batch_.begin(), batch_.end(),
                                     [time_ps](const TimeTag& tag) { return is_input(tag) && tag.time >= time_ps; });
     if (found != batch_.end()) {

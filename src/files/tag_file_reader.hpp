@@ -43,6 +43,9 @@ class TagFileReader {
   const StreamFileReader& file() const { return file_; }
 
  private:
+  // The next decoded tags of the file; a payload other than tag words
+  // (a raw stream recording) is refused rather than decoded.
+  void decode_tag_words(std::size_t max_tags);
   std::size_t take_buffered(tt_tag* out, std::size_t capacity);
 
   StreamFileReader file_;
