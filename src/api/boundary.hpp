@@ -4,6 +4,7 @@
 // throw runs its body through `guarded`, so the classification of exceptions
 // into tt_status codes and last-error texts lives in exactly one place.
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -33,6 +34,30 @@ template <class Body>
 tt_status guarded(Body&& body) noexcept {
   std::string discarded;
   return guarded(discarded, std::forward<Body>(body));
+}
+
+// For handles that keep their own last-error text: runs body() (returning
+// nothing), clears the text on success, records the failure otherwise.
+template <class Handle, class Body>
+tt_status on_handle(Handle* handle, Body&& body) noexcept {
+  return guarded(handle->last_error, [&] {
+    std::forward<Body>(body)();
+    handle->last_error.clear();
+    return TT_OK;
+  });
+}
+
+// Creates a handle, lets open(handle) set it up and hands it out only when
+// that succeeds: on failure *out stays null and the half-built handle is
+// freed (its text with it). The caller has checked and nulled *out.
+template <class Handle, class Open>
+tt_status open_handle(Handle** out, Open&& open) noexcept {
+  return guarded([&] {
+    auto handle = std::make_unique<Handle>();
+    std::forward<Open>(open)(*handle);
+    *out = handle.release();
+    return TT_OK;
+  });
 }
 
 // Records the outcome of a product-level device function in the handle-level

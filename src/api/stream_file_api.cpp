@@ -38,7 +38,8 @@ StreamFileHeader header_from_options(const tt_stream_file_options* options) {
 }  // namespace zolt::timing
 
 using zolt::timing::detail::any_null;
-using zolt::timing::detail::guarded;
+using zolt::timing::detail::on_handle;
+using zolt::timing::detail::open_handle;
 
 extern "C" {
 
@@ -46,12 +47,8 @@ ZOLT_TIMING_API tt_status tt_stream_file_writer_open(tt_stream_file_writer** out
                                                      const tt_stream_file_options* options) {
   if (out) *out = nullptr;
   if (any_null(out, path)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded([&] {
-    const auto header = zolt::timing::header_from_options(options);
-    auto handle = std::make_unique<tt_stream_file_writer>();
-    handle->writer.open(path, header);
-    *out = handle.release();
-    return TT_OK;
+  return open_handle(out, [&](tt_stream_file_writer& handle) {
+    handle.writer.open(path, zolt::timing::header_from_options(options));
   });
 }
 
@@ -59,11 +56,9 @@ ZOLT_TIMING_API tt_status tt_stream_file_writer_write(tt_stream_file_writer* wri
                                                       size_t size, size_t* written) {
   if (written) *written = 0;
   if (!writer || (!data && size != 0)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded(writer->last_error, [&] {
+  return on_handle(writer, [&] {
     writer->writer.write(data, size);
     if (written) *written = size;
-    writer->last_error.clear();
-    return TT_OK;
   });
 }
 
@@ -87,12 +82,7 @@ ZOLT_TIMING_API const char* tt_stream_file_writer_last_error(const tt_stream_fil
 ZOLT_TIMING_API tt_status tt_stream_file_reader_open(tt_stream_file_reader** out, const char* path) {
   if (out) *out = nullptr;
   if (any_null(out, path)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded([&] {
-    auto handle = std::make_unique<tt_stream_file_reader>();
-    handle->reader.open(path);
-    *out = handle.release();
-    return TT_OK;
-  });
+  return open_handle(out, [&](tt_stream_file_reader& handle) { handle.reader.open(path); });
 }
 
 ZOLT_TIMING_API tt_status tt_stream_file_reader_info(const tt_stream_file_reader* reader, tt_stream_file_info* info) {
@@ -122,20 +112,12 @@ ZOLT_TIMING_API tt_status tt_stream_file_reader_read_payload(tt_stream_file_read
   if (!count) return TT_ERR_INVALID_ARGUMENT;
   *count = 0;
   if (!reader || (!buffer && capacity != 0)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded(reader->last_error, [&] {
-    *count = reader->reader.read_payload(buffer, capacity);
-    reader->last_error.clear();
-    return TT_OK;
-  });
+  return on_handle(reader, [&] { *count = reader->reader.read_payload(buffer, capacity); });
 }
 
 ZOLT_TIMING_API tt_status tt_stream_file_reader_rewind(tt_stream_file_reader* reader) {
   if (!reader) return TT_ERR_INVALID_ARGUMENT;
-  return guarded(reader->last_error, [&] {
-    reader->reader.rewind_payload();
-    reader->last_error.clear();
-    return TT_OK;
-  });
+  return on_handle(reader, [&] { reader->reader.rewind_payload(); });
 }
 
 ZOLT_TIMING_API void tt_stream_file_reader_free(tt_stream_file_reader* reader) { delete reader; }

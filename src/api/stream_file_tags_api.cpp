@@ -11,7 +11,7 @@
 #include "zolt_timing.h"
 
 using zolt::timing::detail::any_null;
-using zolt::timing::detail::guarded;
+using zolt::timing::detail::on_handle;
 
 extern "C" {
 
@@ -19,23 +19,19 @@ ZOLT_TIMING_API tt_status tt_stream_file_reader_read_tags(tt_stream_file_reader*
                                                           size_t capacity, size_t* count) {
   if (count) *count = 0;
   if (any_null(reader, out, count)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded(reader->last_error, [&] {
+  return on_handle(reader, [&] {
     std::vector<zolt::timing::TimeTag> tags;
     reader->reader.decode_next_tags(capacity, tags);
     *count = static_cast<size_t>(std::transform(tags.begin(), tags.end(), out, zolt::timing::to_public) - out);
-    reader->last_error.clear();
-    return TT_OK;
   });
 }
 
 ZOLT_TIMING_API tt_status tt_stream_file_reader_summarize_tags(tt_stream_file_reader* reader,
                                                                tt_stream_tag_summary* summary) {
   if (any_null(reader, summary)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded(reader->last_error, [&] {
+  return on_handle(reader, [&] {
     *summary = tt_stream_tag_summary{};
     *summary = zolt::timing::summarize_stream_tags(reader->reader);
-    reader->last_error.clear();
-    return TT_OK;
   });
 }
 

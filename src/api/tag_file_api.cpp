@@ -10,7 +10,8 @@
 #include "zolt_timing.h"
 
 using zolt::timing::detail::any_null;
-using zolt::timing::detail::guarded;
+using zolt::timing::detail::on_handle;
+using zolt::timing::detail::open_handle;
 
 namespace {
 
@@ -23,16 +24,6 @@ zolt::timing::TagFileIdentity identity_from(const tt_tag_file_writer_options* op
   identity.device_serial = text(options->device_serial);
   identity.device_port = text(options->device_port);
   return identity;
-}
-
-// Runs body on the handle's text and clears the text when it succeeds.
-template <class Handle, class Body>
-tt_status on_handle(Handle* handle, Body&& body) {
-  return guarded(handle->last_error, [&] {
-    body();
-    handle->last_error.clear();
-    return TT_OK;
-  });
 }
 
 bool bad_read_arguments(const tt_tag_file_reader* reader, const tt_tag* tags, size_t capacity, const size_t* count) {
@@ -51,12 +42,7 @@ ZOLT_TIMING_API tt_status tt_tag_file_writer_open_ex(tt_tag_file_writer** out, c
                                                      const tt_tag_file_writer_options* options) {
   if (out) *out = nullptr;
   if (any_null(out, path)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded([&] {
-    auto handle = std::make_unique<tt_tag_file_writer>();
-    handle->writer.open(path, identity_from(options));
-    *out = handle.release();
-    return TT_OK;
-  });
+  return open_handle(out, [&](tt_tag_file_writer& handle) { handle.writer.open(path, identity_from(options)); });
 }
 
 ZOLT_TIMING_API tt_status tt_tag_file_writer_write(tt_tag_file_writer* writer, const tt_tag* tags, size_t count,
@@ -101,12 +87,7 @@ ZOLT_TIMING_API const char* tt_tag_file_writer_last_error(const tt_tag_file_writ
 ZOLT_TIMING_API tt_status tt_tag_file_reader_open(tt_tag_file_reader** out, const char* path) {
   if (out) *out = nullptr;
   if (any_null(out, path)) return TT_ERR_INVALID_ARGUMENT;
-  return guarded([&] {
-    auto handle = std::make_unique<tt_tag_file_reader>();
-    handle->reader.open(path);
-    *out = handle.release();
-    return TT_OK;
-  });
+  return open_handle(out, [&](tt_tag_file_reader& handle) { handle.reader.open(path); });
 }
 
 ZOLT_TIMING_API tt_status tt_tag_file_reader_info(const tt_tag_file_reader* reader, tt_tag_file_info* info) {
