@@ -16,3 +16,7 @@ echo
 LD_LIBRARY_PATH="$PWD/build/release/sim/d2xx/runtime${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" \
   ZOLT_SIM_FTDI="ZT000001=Digilent USB Device" \
   build/release/examples/zolt_first_instrument
+echo
+# Record, decode and analyse: a simulated photon-pair stream through a stream
+# file, the decoder, the coincidence and correlation analysis and a tag file.
+build/release/examples/zolt_record_and_analyze
