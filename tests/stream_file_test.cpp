@@ -237,8 +237,8 @@ TEST(StreamFileReader, OpenFailuresWithExactTexts) {
   }
   EXPECT_THROWS_ERROR(reader.read_payload(nullptr, 0), TT_ERR_INVALID_STATE, "StreamFileReader: not open");
   EXPECT_THROWS_ERROR(reader.rewind_payload(), TT_ERR_INVALID_STATE, "StreamFileReader: not open");
-  std::vector<TimeTag> tags;
-  EXPECT_THROWS_ERROR(reader.decode_next_tags(1, tags), TT_ERR_INVALID_STATE, "StreamFileReader: not open");
+  tt_tag tag{};
+  EXPECT_THROWS_ERROR(reader.decode_next_tags(&tag, 1), TT_ERR_INVALID_STATE, "StreamFileReader: not open");
 }
 
 TEST(StreamFileReader, ToleratedHeadersOldMagicAndZeroLength) {
@@ -338,38 +338,38 @@ TEST(StreamFileReader, PayloadReadsEndRewindAndArgumentChecks) {
 TEST(StreamFileReader, DecodesTagWordPayloads) {
   TempDir dir;
   const std::string path = dir.file("d.zt");
-  std::vector<TimeTag> tags;
+  std::vector<tt_tag> tags(8);
   StreamFileReader reader;
   // Other encodings go through the stream decoder: zeros hold no sync word
   // (delta32) and no calibration word (raw64 by the internal clock).
   write_bytes(path, stream_file_bytes(R"({"stream_format":"delta32"})", std::string(16, '\0')));
   reader.open(path);
   EXPECT_FALSE(reader.holds_tag_words());
-  reader.decode_next_tags(4, tags);
-  EXPECT_TRUE(tags.empty());
+  EXPECT_EQ(reader.decode_next_tags(tags.data(), 4), 0u);
   write_bytes(path, stream_file_bytes(R"({"stream_format":"raw64","mode":"internal","raw64_tag_format":""})",
                                       std::string(16, '\0')));
   reader.open(path);
   EXPECT_FALSE(reader.holds_tag_words());
-  reader.decode_next_tags(4, tags);
-  EXPECT_TRUE(tags.empty());
+  EXPECT_EQ(reader.decode_next_tags(tags.data(), 4), 0u);
 
   // Two words: input 2 at P-1, then input 2 at 5 ps, which unwraps past P.
   const std::string words("\x40\x00\x0d\x04\xff\xff\xff\xff" "\x40\x00\x00\x00\x00\x00\x00\x05", 16);
   write_bytes(path, stream_file_bytes(R"({"stream_format":"raw64","raw64_tag_format":"ps"})", words));
   reader.open(path);
-  reader.decode_next_tags(1, tags);
-  reader.decode_next_tags(5, tags);
-  ASSERT_EQ(tags.size(), 2u);
-  EXPECT_EQ(tags[0].channel, 2);
-  EXPECT_EQ(tags[0].time, kCounterWrapPs - 1);
-  EXPECT_EQ(tags[1].time, kCounterWrapPs + 5);
+  std::size_t count = 0;
+  reader.decode_next_tags(tags.data(), 1, count);
+  ASSERT_EQ(count, 1u);
+  reader.decode_next_tags(tags.data(), 5, count);  // appends after the first
+  ASSERT_EQ(count, 2u);
+  EXPECT_EQ(tags[0].channel, 2u);
+  EXPECT_EQ(tags[0].time_ps, kCounterWrapPs - 1);
+  EXPECT_EQ(tags[1].time_ps, kCounterWrapPs + 5);
   EXPECT_EQ(reader.decoded_tag_count(), 2u);
+  EXPECT_EQ(reader.decode_next_tags(tags.data(), 5), 0u);
   reader.rewind_payload();
   EXPECT_EQ(reader.decoded_tag_count(), 0u);
-  tags.clear();
-  reader.decode_next_tags(1, tags);
-  EXPECT_EQ(tags.at(0).time, kCounterWrapPs - 1);
+  ASSERT_EQ(reader.decode_next_tags(tags.data(), 1), 1u);
+  EXPECT_EQ(tags[0].time_ps, kCounterWrapPs - 1);
 }
 
 }  // namespace

@@ -126,6 +126,80 @@ TEST(TagWordEncoder, RemembersThePeriodYetMatchesPlainModuloEverywhere) {
   EXPECT_EQ(encoder.encode(3, -1), (std::uint64_t{3} << 61) | static_cast<std::uint64_t>(P - 1));
 }
 
+// Payload words as an instrument or another tool may write them: tags in
+// time order with small steps, now and then a jump of up to half a period
+// (so the counter wraps many times), stored times in [P, 2^44) here and
+// there, an input silent for long stretches, stray bytes between words.
+std::string random_payload(std::size_t words, std::uint32_t seed) {
+  constexpr auto period = static_cast<std::uint64_t>(P);
+  std::mt19937_64 random(seed);
+  std::uint64_t time = random() % period;
+  std::string bytes;
+  for (std::size_t i = 0; i < words; ++i) {
+    time = (time + (random() % 2000 == 0 ? random() % (period / 2) : random() % 2'000'000)) % period;
+    std::uint64_t channel = random() % 4;
+    if ((i / 5000) % 3 == 1 && channel == 3) channel = 0;
+    const bool above_period = time < (std::uint64_t{1} << 44) - period && random() % 64 == 0;
+    std::uint8_t word[8];
+    detail::store_be64((channel << 61) | (above_period ? time + period : time), word);
+    bytes.append(reinterpret_cast<const char*>(word), 8);
+    if (random() % 3000 == 0) bytes.push_back(static_cast<char>(0x80 | random() % 128));
+  }
+  return bytes;
+}
+
+// The unwrap rule word by word: skip a byte where a word has reserved bits
+// set; a fall by more than half a period adds a period to that input.
+std::vector<tt_tag> reference_decode(const std::string& bytes) {
+  std::array<std::uint64_t, 4> previous{};
+  std::array<std::uint64_t, 4> offset{};
+  std::vector<tt_tag> tags;
+  for (std::size_t at = 0; at + 8 <= bytes.size();) {
+    const std::uint64_t word = detail::load_be64(reinterpret_cast<const std::uint8_t*>(bytes.data()) + at);
+    if ((word >> 63) || ((word >> 44) & 0x1ffff)) {
+      ++at;
+      continue;
+    }
+    at += 8;
+    const std::uint64_t channel = word >> 61;
+    const std::uint64_t time = (word & ((std::uint64_t{1} << 44) - 1)) % static_cast<std::uint64_t>(P);
+    if (time + static_cast<std::uint64_t>(P) / 2 < previous[channel]) offset[channel] += static_cast<std::uint64_t>(P);
+    previous[channel] = time;
+    tags.push_back({static_cast<std::uint32_t>(channel), static_cast<std::int64_t>(time + offset[channel])});
+  }
+  return tags;
+}
+
+TEST(TagWordDecoder, MatchesTheWordByWordRuleInAnyChunking) {
+  for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+    const std::string bytes = random_payload(60'000, seed);
+    const std::vector<tt_tag> want = reference_decode(bytes);
+    std::mt19937_64 random(seed);
+    TagWordDecoder decoder;
+    std::vector<tt_tag> got;
+    std::string carry;
+    for (std::size_t at = 0; at < bytes.size();) {
+      const std::size_t chunk = std::min<std::size_t>(bytes.size() - at, 1 + random() % (seed * 5000));
+      carry.append(bytes, at, chunk);
+      at += chunk;
+      for (std::size_t used = 0;;) {
+        std::vector<tt_tag> out(1 + random() % 3000);
+        std::size_t produced = 0;
+        const std::size_t consumed = decoder.decode(reinterpret_cast<const std::uint8_t*>(carry.data()) + used,
+                                                    carry.size() - used, out.data(), out.size(), produced);
+        got.insert(got.end(), out.begin(), out.begin() + static_cast<std::ptrdiff_t>(produced));
+        used += consumed;
+        if (consumed == 0) {
+          carry.erase(0, used);
+          break;
+        }
+      }
+    }
+    ASSERT_EQ(got.size(), want.size()) << seed;
+    EXPECT_TRUE(got == want) << seed;
+  }
+}
+
 TEST(TagFile, WordsOnDiskAndRandomRoundTripWithUnwrap) {
   TempDir dir;
   const std::string path = dir.file("words.tags");

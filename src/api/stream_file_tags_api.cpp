@@ -2,9 +2,6 @@
 // and the exception boundary; the work is in StreamFileReader and the
 // stream decoder.
 
-#include <algorithm>
-#include <vector>
-
 #include "api/boundary.hpp"
 #include "api/file_handles.hpp"
 #include "files/stream_tag_summary.hpp"
@@ -20,9 +17,7 @@ ZOLT_TIMING_API tt_status tt_stream_file_reader_read_tags(tt_stream_file_reader*
   if (count) *count = 0;
   if (any_null(reader, out, count)) return TT_ERR_INVALID_ARGUMENT;
   return on_handle(reader, [&] {
-    std::vector<zolt::timing::TimeTag> tags;
-    reader->reader.decode_next_tags(capacity, tags);
-    *count = static_cast<size_t>(std::transform(tags.begin(), tags.end(), out, zolt::timing::to_public) - out);
+    reader->reader.decode_next_tags(out, capacity, *count);
   });
 }
 

@@ -110,58 +110,62 @@ bool StreamFileReader::holds_tag_words() const {
   return header_.stream_format == StreamFormat::raw64 && header_.raw64_tag_format == "ps";
 }
 
-void StreamFileReader::decode_next_tags(std::size_t max_tags, std::vector<TimeTag>& out) {
-  require_decodable();
-  const std::size_t start = out.size();
-  const std::size_t until = start + std::min(max_tags, out.max_size() - start);
-  take_pending(out, until);
-  while (out.size() < until) {
-    decode_block(out, until);
-    if (out.size() >= until) break;
-    if (!refill_block()) {
-      drain_stream_decoder();
-      take_pending(out, until);
-      break;
-    }
-  }
-  decoded_tag_count_ += out.size() - start;
+std::size_t StreamFileReader::decode_next_tags(tt_tag* out, std::size_t capacity) {
+  std::size_t count = 0;
+  decode_next_tags(out, capacity, count);
+  return count;
 }
 
-void StreamFileReader::take_pending(std::vector<TimeTag>& out, std::size_t until) {
-  const std::size_t available = pending_.size() - pending_begin_;
-  const std::size_t taken = std::min(available, until - std::min(until, out.size()));
-  out.insert(out.end(), pending_.begin() + static_cast<std::ptrdiff_t>(pending_begin_),
-             pending_.begin() + static_cast<std::ptrdiff_t>(pending_begin_ + taken));
+void StreamFileReader::decode_next_tags(tt_tag* out, std::size_t capacity, std::size_t& count) {
+  require_decodable();
+  if (holds_tag_words()) {
+    decode_tag_words(out, capacity, count);
+  } else {
+    decode_with_stream_decoder(out, capacity, count);
+  }
+}
+
+void StreamFileReader::decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count) {
+  while (count < capacity) {
+    std::size_t produced = 0;
+    block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out + count,
+                                      capacity - count, produced);
+    count += produced;
+    decoded_tag_count_ += produced;
+    if (count == capacity || !refill_block()) return;
+  }
+}
+
+// The stream decoder takes whole blocks (it keeps what it cannot decode yet)
+// and its tags wait in pending_ until they are asked for.
+void StreamFileReader::decode_with_stream_decoder(tt_tag* out, std::size_t capacity, std::size_t& count) {
+  for (;;) {
+    count += take_pending(out + count, capacity - count);
+    if (count == capacity) return;
+    feed_block_to_stream_decoder();
+    if (pending_begin_ < pending_.size()) continue;
+    if (!refill_block()) {
+      drain_stream_decoder();
+      count += take_pending(out + count, capacity - count);
+      return;
+    }
+  }
+}
+
+std::size_t StreamFileReader::take_pending(tt_tag* out, std::size_t capacity) {
+  const std::size_t taken = std::min(pending_.size() - pending_begin_, capacity);
+  const auto first = pending_.begin() + static_cast<std::ptrdiff_t>(pending_begin_);
+  std::transform(first, first + static_cast<std::ptrdiff_t>(taken), out, to_public);
   pending_begin_ += taken;
+  decoded_tag_count_ += taken;
   if (pending_begin_ == pending_.size()) {
     pending_.clear();
     pending_begin_ = 0;
   }
+  return taken;
 }
 
-// One decode step over the unconsumed bytes of the current block, chosen by
-// the payload's encoding. Tag words decode straight into out and stop at
-// `until`; a decoder that turns a whole block into tags at once would put
-// its surplus into pending_ instead.
-void StreamFileReader::decode_block(std::vector<TimeTag>& out, std::size_t until) {
-  if (!holds_tag_words()) {
-    decode_block_with_stream_decoder();
-    take_pending(out, until);
-    return;
-  }
-  const std::size_t have = out.size();
-  const std::size_t room = std::min(until - have, (block_end_ - block_begin_) / kTagWordBytes);
-  if (room == 0) return;
-  out.resize(have + room);
-  std::size_t produced = 0;
-  block_begin_ += tag_words_.decode(block_.get() + block_begin_, block_end_ - block_begin_, out.data() + have, room,
-                                    produced);
-  out.resize(have + produced);
-}
-
-// The stream decoder takes the whole block (it keeps what it cannot decode
-// yet) and its tags wait in pending_.
-void StreamFileReader::decode_block_with_stream_decoder() {
+void StreamFileReader::feed_block_to_stream_decoder() {
   if (block_begin_ == block_end_) return;
   if (!stream_decoder_) stream_decoder_.emplace(header_);
   stream_decoder_->feed(std::span<const std::uint8_t>(block_.get() + block_begin_, block_end_ - block_begin_),

@@ -34,10 +34,14 @@ class StreamFileReader {
   // Back to the first payload byte, with fresh decoding state.
   void rewind_payload();
 
-  // Appends up to max_tags decoded tags to out; fewer only at the end of the
-  // payload. Tag-file payloads (raw64, "ps") are decoded here; the other
-  // encodings go through a StreamDecoder built from the header.
-  void decode_next_tags(std::size_t max_tags, std::vector<TimeTag>& out);
+  // Decodes the next tags into out[0, capacity); fewer only at the end of the
+  // payload. Tag-file payloads (raw64, "ps") are decoded here, straight into
+  // out; the other encodings go through a StreamDecoder built from the header.
+  std::size_t decode_next_tags(tt_tag* out, std::size_t capacity);
+  // Fills out[count, capacity) in the same way, advancing count as tags are
+  // delivered: when a read failure interrupts it, count still tells how many
+  // of out are valid.
+  void decode_next_tags(tt_tag* out, std::size_t capacity, std::size_t& count);
 
   bool is_open() const { return in_.is_open(); }
   // Whether the payload is tag words (raw64 in the "ps" tag format), as in
@@ -58,9 +62,10 @@ class StreamFileReader {
   void reset_decoding();
   void require_decodable() const;
   bool refill_block();
-  void take_pending(std::vector<TimeTag>& out, std::size_t until);
-  void decode_block(std::vector<TimeTag>& out, std::size_t until);
-  void decode_block_with_stream_decoder();
+  void decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count);
+  void decode_with_stream_decoder(tt_tag* out, std::size_t capacity, std::size_t& count);
+  std::size_t take_pending(tt_tag* out, std::size_t capacity);
+  void feed_block_to_stream_decoder();
   void drain_stream_decoder();
 
   std::ifstream in_;

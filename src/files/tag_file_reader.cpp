@@ -5,22 +5,19 @@
 #include "api/error.hpp"
 
 namespace zolt::timing {
-namespace {
 
-// Inputs 0..3 only; a decoder may produce other numbers (markers), which a
-// tag file reader never hands out.
-bool is_input(const TimeTag& tag) { return tag.channel < 4; }
-
-// Decoding in bounded batches keeps the scratch tags in the L2 cache.
-constexpr std::size_t kReadBatchTags = 1 << 13;
-
-}  // namespace
-
-void TagFileReader::decode_tag_words(std::size_t max_tags) {
+void TagFileReader::decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count) {
   if (!file_.holds_tag_words()) {
     throw Error(TT_ERR_UNSUPPORTED, "StreamFileReader: no tag decoder for this stream format");
   }
-  file_.decode_next_tags(max_tags, batch_);
+  file_.decode_next_tags(out, capacity, count);
+}
+
+void TagFileReader::decode_batch(std::size_t max_tags) {
+  batch_.resize(max_tags);
+  std::size_t count = 0;
+  decode_tag_words(batch_.data(), max_tags, count);
+  batch_.resize(count);
 }
 
 void TagFileReader::open(const std::string& path) {
@@ -35,8 +32,9 @@ void TagFileReader::rewind() {
 
 std::size_t TagFileReader::take_buffered(tt_tag* out, std::size_t capacity) {
   const std::size_t taken = std::min(capacity, buffered_.size());
-  std::transform(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(taken), out, to_public);
-  buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(taken));
+  const auto end = buffered_.begin() + static_cast<std::ptrdiff_t>(taken);
+  std::copy(buffered_.begin(), end, out);
+  buffered_.erase(buffered_.begin(), end);
   return taken;
 }
 
@@ -48,19 +46,7 @@ std::size_t TagFileReader::read(tt_tag* out, std::size_t capacity) {
 
 void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) {
   count = take_buffered(out, capacity);
-  std::size_t missing = capacity - count;
-  while (missing > 0) {
-    const std::size_t asked = std::min(missing, kReadBatchTags);
-    batch_.clear();
-    decode_tag_words(asked);
-    for (const TimeTag& tag : batch_) {
-      // Written unconditionally, kept only for inputs: no branch per tag.
-      out[count] = to_public(tag);
-      count += is_input(tag) ? 1 : 0;
-    }
-    missing -= asked;
-    if (batch_.size() < asked) break;  // end of the payload
-  }
+  decode_tag_words(out, capacity, count);
 }
 
 std::size_t TagFileReader::read_tag_range(std::uint64_t first, std::uint64_t end, tt_tag* out,
@@ -75,8 +61,7 @@ void TagFileReader::seek_tag(std::uint64_t index) {
   std::uint64_t remaining = index;
   while (remaining > 0) {
     const std::size_t asked = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kSeekBatchTags));
-    batch_.clear();
-    decode_tag_words(asked);
+    decode_batch(asked);
     remaining -= batch_.size();
     if (batch_.size() < asked) break;  // the file ended first
   }
@@ -85,12 +70,11 @@ void TagFileReader::seek_tag(std::uint64_t index) {
 void TagFileReader::seek_time(std::int64_t time_ps) {
   rewind();
   for (;;) {
-    batch_.clear();
-    decode_tag_words(kSeekBatchTags);
-    const auto found = std::find_if(batch_.begin(), batch_.end(),
-                                    [time_ps](const TimeTag& tag) { return is_input(tag) && tag.time >= time_ps; });
+    decode_batch(kSeekBatchTags);
+    const auto found =
+        std::find_if(batch_.begin(), batch_.end(), [time_ps](const tt_tag& tag) { return tag.time_ps >= time_ps; });
     if (found != batch_.end()) {
-      std::copy_if(found, batch_.end(), std::back_inserter(buffered_), is_input);
+      buffered_.insert(buffered_.end(), found, batch_.end());
       return;
     }
     if (batch_.size() < kSeekBatchTags) return;  // the file ended first
@@ -112,11 +96,8 @@ std::size_t TagFileReader::read_time_range(std::int64_t start_ps, std::int64_t e
         // The rest of the batch was taken ahead of the range's end. It goes
         // back in front of whatever is still buffered so that the next read
         // continues in file order.
-        std::vector<TimeTag> rest;
-        for (std::size_t j = i; j < got; ++j) {
-          rest.push_back(TimeTag{static_cast<std::uint8_t>(scratch[j].channel), scratch[j].time_ps});
-        }
-        buffered_.insert(buffered_.begin(), rest.begin(), rest.end());
+        buffered_.insert(buffered_.begin(), scratch.begin() + static_cast<std::ptrdiff_t>(i),
+                         scratch.begin() + static_cast<std::ptrdiff_t>(got));
         return count;
       }
       if (tag.time_ps >= start_ps) out[count++] = tag;

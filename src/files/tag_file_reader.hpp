@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "files/stream_file_reader.hpp"
-#include "stream/time_tag.hpp"
 #include "zolt_timing.h"
 
 namespace zolt::timing {
@@ -43,14 +42,17 @@ class TagFileReader {
   const StreamFileReader& file() const { return file_; }
 
  private:
-  // The next decoded tags of the file; a payload other than tag words
-  // (a raw stream recording) is refused rather than decoded.
-  void decode_tag_words(std::size_t max_tags);
+  // Decodes the next tags of the file into out[count, capacity); a payload
+  // other than tag words (a raw stream recording) is refused rather than
+  // decoded.
+  void decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count);
+  // The next batch of at most max_tags tags into batch_.
+  void decode_batch(std::size_t max_tags);
   std::size_t take_buffered(tt_tag* out, std::size_t capacity);
 
   StreamFileReader file_;
-  std::deque<TimeTag> buffered_;
-  std::vector<TimeTag> batch_;
+  std::deque<tt_tag> buffered_;
+  std::vector<tt_tag> batch_;
 };
 
 }  // namespace zolt::timing

@@ -88,19 +88,28 @@ class TagWordDecoder {
  public:
   // Decodes from data[0, size) into out until room tags are written or fewer
   // than 8 bytes are left. Returns the bytes consumed and sets produced; the
-  // unconsumed bytes belong in front of the next call's data.
-  std::size_t decode(const std::uint8_t* data, std::size_t size, TimeTag* out, std::size_t room,
-                     std::size_t& produced);
+  // unconsumed bytes belong in front of the next call's data. Tag is TimeTag
+  // or tt_tag.
+  template <class Tag>
+  std::size_t decode(const std::uint8_t* data, std::size_t size, Tag* out, std::size_t room, std::size_t& produced);
 
   // Forgets the unwrap state: times start again within the first period.
   void reset() noexcept { *this = TagWordDecoder(); }
 
  private:
-  struct ChannelUnwrap {
-    std::uint64_t previous = 0;  // 0 until the input's first tag
-    std::uint64_t offset = 0;
-  };
-  std::array<ChannelUnwrap, 4> channels_{};
+  // Words decoded per attempt of the fast path.
+  static constexpr std::size_t kRunWords = 1024;
+
+  template <class Tag>
+  bool decode_run_without_events(const std::uint8_t* data, std::size_t words, Tag* out) noexcept;
+  template <class Tag>
+  std::size_t decode_word_by_word(const std::uint8_t* data, std::size_t size, Tag* out, std::size_t room,
+                                  std::size_t& produced) noexcept;
+
+  // Per input: the last stored time (0 until the input's first tag) and
+  // the multiple of P added to it.
+  std::array<std::uint64_t, 4> previous_{};
+  std::array<std::uint64_t, 4> offset_{};
 };
 
 }  // namespace zolt::timing
