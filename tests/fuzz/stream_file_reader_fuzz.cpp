@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to the stream file and tag file readers as a file:
-// header, payload, tag decoding, seeks and ranges must fail cleanly, never
-// crash, hang or read out of bounds.
+// header, payload, tag decoding (tag words and the stream formats), seeks
+// and ranges must fail cleanly, never crash, hang or read out of bounds.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -53,6 +53,13 @@ void exercise_stream_reader(const char* path) {
   }
   tt_stream_file_reader_rewind(reader);
   tt_stream_file_reader_read_payload(reader, buffer.data(), 7, &count);
+  std::vector<tt_tag> tags(333);
+  for (int reads = 0; reads < 64; ++reads) {
+    if (tt_stream_file_reader_read_tags(reader, tags.data(), tags.size(), &count) != TT_OK || count == 0) break;
+  }
+  tt_stream_tag_summary summary;
+  tt_stream_file_reader_summarize_tags(reader, &summary);
+  tt_stream_file_reader_read_tags(reader, tags.data(), 1, &count);
   tt_stream_file_reader_free(reader);
 }
 
