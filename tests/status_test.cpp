@@ -107,6 +107,11 @@ TEST(LastError, HandleLevelTextWinsUntilClearedBySuccess) {
   EXPECT_STREQ(tt_last_error(&device), "serial read timeout");
 
   EXPECT_EQ(detail::product_status(nullptr, TT_ERR_IO, "x"), TT_ERR_IO);
+
+  // It runs outside the exception firewall of the exported functions: an
+  // allocation failure for the message must not escape through the C API.
+  static_assert(noexcept(detail::product_status(&device, TT_ERR_IO, "could not read device information")));
+  static_assert(noexcept(detail::product_status(&device)));
 }
 
 TEST(EnvSwitch, FirstCharacterRuleAndSetAtAllRule) {

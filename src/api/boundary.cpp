@@ -39,17 +39,19 @@ tt_status capture_exception(std::string& last_error) noexcept {
   }
 }
 
-tt_status product_status(tt_device* device, tt_status status, const char* message) {
+tt_status product_status(tt_device* device, tt_status status, const char* message) noexcept {
   if (!device) return status;
-  if (status == TT_OK || !message) {
-    device->last_error.clear();
-  } else {
+  device->last_error.clear();
+  if (status == TT_OK || !message) return status;
+  try {
     device->last_error = message;
+  } catch (...) {
+    device->last_error.clear();
   }
   return status;
 }
 
-void product_status(tt_device* device) {
+void product_status(tt_device* device) noexcept {
   if (device) device->last_error.clear();
 }
 

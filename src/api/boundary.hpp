@@ -63,10 +63,12 @@ tt_status open_handle(Handle** out, Open&& open) noexcept {
 // Records the outcome of a product-level device function in the handle-level
 // last-error text: status 0 clears it, a failure sets it to message (NULL
 // leaves it empty). Returns status unchanged; a NULL device is left alone.
-tt_status product_status(tt_device* device, tt_status status, const char* message);
+// Called after the guarded part of an exported function, so it never throws:
+// when memory runs out for the message the text is left empty.
+tt_status product_status(tt_device* device, tt_status status, const char* message) noexcept;
 
 // Clears the handle-level last-error text at the start of an operation.
-void product_status(tt_device* device);
+void product_status(tt_device* device) noexcept;
 
 // True when any of the given pointers is null: the usual argument check.
 template <class... Pointers>
