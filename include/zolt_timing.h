@@ -142,8 +142,9 @@ ZOLT_TIMING_STATIC_ASSERT(sizeof(tt_device_info) == 112, tt_device_info_is_112_b
 
 /* Finds the instruments this host can reach: FTDI USB stream modules first
  * (listed through the FTDI D2XX runtime when it is installed; no command is
- * sent to them, their identity is "ZOLT-TDC-<module serial>" and their port
- * "ftdi://<module serial>"), then every serial port (/dev/serial/by-id/...,
+ * sent to them, their identity is "ZOLT-TDC-<serial>" and their port
+ * "ftdi://<serial>", where <serial> is that of the module's stream interface,
+ * e.g. "ZT000001A"), then every serial port (/dev/serial/by-id/...,
  * /dev/ttyUSB*, /dev/ttyACM*) that answers the identity commands at
  * 3000000 baud within 250 ms. Ports that do not answer are left out.
  * Blocks: up to about 250 ms per silent serial port.

@@ -221,6 +221,18 @@ TEST_F(FtdiReader, ReadFailuresCarryTheFailingCall) {
   board.fail(ZOLT_SIM_FTDI_GET_QUEUE_STATUS, 0);
   EXPECT_TRUE(reader.read_exact(buffer, sizeof buffer, 100)) << reader.last_error();
 
+  // Once the link works again no earlier failure stays behind: an empty read
+  // is told apart from a broken link by its empty text.
+  board.fail(ZOLT_SIM_FTDI_GET_QUEUE_STATUS, ZOLT_SIM_FT_IO_ERROR);
+  EXPECT_EQ(reader.read_available(buffer, sizeof buffer), 0u);
+  EXPECT_EQ(reader.read(buffer, sizeof buffer), 0u);
+  board.fail(ZOLT_SIM_FTDI_GET_QUEUE_STATUS, 0);
+  EXPECT_EQ(reader.read_available(buffer, sizeof buffer), 0u);
+  EXPECT_EQ(reader.last_error(), "");
+  EXPECT_FALSE(reader.read_exact(buffer, sizeof buffer, 10));
+  EXPECT_EQ(reader.read(buffer, sizeof buffer), 0u);
+  EXPECT_EQ(reader.last_error(), "");
+
   // Unplugged: the handle stays, every call on it fails.
   zolt_sim_ftdi_remove_module(board.serial().c_str());
   EXPECT_FALSE(reader.read_exact(buffer, sizeof buffer, 100));

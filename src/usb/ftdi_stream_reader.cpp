@@ -171,11 +171,16 @@ bool FtdiStreamReader::poll(const D2xxApi& api, std::uint8_t* data, std::size_t 
   received = 0;
   FtDword queued = 0;
   if (!ft_ok(api.get_queue_status(handle_, &queued), "FT_GetQueueStatus", last_error_)) return false;
-  if (queued == 0) return true;
-  const auto wanted = static_cast<FtDword>(std::min({static_cast<std::size_t>(queued), capacity, kMaxTransfer}));
-  FtDword got = 0;
-  if (!ft_ok(api.read(handle_, data, wanted, &got), "FT_Read", last_error_)) return false;
-  received = std::min<std::size_t>(got, wanted);
+  if (queued > 0) {
+    const auto wanted =
+        static_cast<FtDword>(std::min({static_cast<std::size_t>(queued), capacity, kMaxTransfer}));
+    FtDword got = 0;
+    if (!ft_ok(api.read(handle_, data, wanted, &got), "FT_Read", last_error_)) return false;
+    received = std::min<std::size_t>(got, wanted);
+  }
+  // A read that returns 0 is told apart from a failed one only by the text,
+  // so a working poll must not leave an earlier failure behind.
+  last_error_.clear();
   return true;
 }
 
