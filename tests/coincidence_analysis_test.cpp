@@ -75,7 +75,7 @@ struct Expected {
 };
 
 Expected brute_force(const std::vector<TimeTag>& tags, const CoincidenceWindowConfig& config) {
-  const unsigned mask = (config.group_mask & 15u) == 0 ? 15u : (config.group_mask & 15u);
+  const unsigned mask = config.group_mask == 0 ? 15u : (config.group_mask & 15u);
   const auto lists = reference_lists(tags, config, mask);
   Expected e;
   for (std::size_t i = 0; i < 4; ++i) {
@@ -127,7 +127,7 @@ TEST(AnalyzeCoincidences, MatchesEveryTupleCountedByBruteForce) {
     const RandomCase c = random_case(rng);
     const CoincidenceAnalysis got = analyze_coincidences(c.tags.data(), c.tags.size(), c.config);
     expect_matches(got, brute_force(c.tags, c.config), "round " + std::to_string(round));
-    EXPECT_EQ(got.effective_mask, (c.config.group_mask & 15) == 0 ? 15 : (c.config.group_mask & 15));
+    EXPECT_EQ(got.effective_mask, c.config.group_mask == 0 ? 15 : (c.config.group_mask & 15));
     EXPECT_EQ(got.offset_ps, c.config.offset_ps);
     EXPECT_EQ(got.window_ps, c.config.window_ps);
     if (HasFailure()) return;
@@ -208,8 +208,13 @@ TEST(AnalyzeCoincidences, MaskSelectsInputsEverywhere) {
   const CoincidenceAnalysis four = analyze_coincidences(all_together.data(), all_together.size(), config);
   EXPECT_EQ(four.effective_mask, 15);
   EXPECT_EQ(four.quadruples, 1u);
-  config.group_mask = 0x10;  // no input bit: behaves as 0
-  EXPECT_EQ(analyze_coincidences(all_together.data(), all_together.size(), config).quadruples, 1u);
+  // Only 0 means all inputs: a mask with no input bit lets none take part.
+  config.group_mask = 0x10;
+  const CoincidenceAnalysis none = analyze_coincidences(all_together.data(), all_together.size(), config);
+  EXPECT_EQ(none.effective_mask, 0);
+  EXPECT_EQ(none.total, 0u);
+  EXPECT_EQ(none.pairs, (std::array<std::uint64_t, 6>{}));
+  EXPECT_EQ(none.quadruples, 0u);
 }
 
 TEST(AnalyzeCoincidences, EmptyAndNullArrays) {
@@ -243,7 +248,7 @@ TEST(CountCoincidenceGroup, AnyInputOrderGivesTheBruteForceCount) {
       config.window_ps[i] = std::uniform_int_distribution<std::int64_t>(-6, 6)(rng);
     }
     config.group_mask = static_cast<std::uint8_t>(rng() % 32);
-    const unsigned mask = (config.group_mask & 15u) == 0 ? 15u : (config.group_mask & 15u);
+    const unsigned mask = config.group_mask == 0 ? 15u : (config.group_mask & 15u);
     std::vector<std::vector<std::int64_t>> lists;
     for (const auto& list : times) lists.emplace_back(list.begin(), list.end());
     std::array<std::int32_t, 4> group{0, 1, 2, 3};
@@ -332,6 +337,12 @@ TEST(TtAnalyzeCoincidences, ChecksArgumentsAndFillsThePublicRecord) {
   EXPECT_EQ(out.total, 0u);
   EXPECT_EQ(out.pairs[0], 0u);
   EXPECT_EQ(out.effective_mask, 3);
+
+  config.group_mask = 0xF0;  // no input bit, but not 0: nothing takes part
+  ASSERT_EQ(tt_analyze_coincidences(tags.data(), tags.size(), &config, &out), TT_OK);
+  EXPECT_EQ(out.effective_mask, 0);
+  EXPECT_EQ(out.total, 0u);
+  EXPECT_EQ(out.pairs[0], 0u);
 }
 
 TEST(TtAnalyzeCoincidences, AgreesWithTheInternalAnalysis) {

@@ -31,10 +31,10 @@ struct CoincidenceAnalysis {
   std::array<std::int64_t, kInputCount> window_ps{};  // sign kept as configured
 };
 
-// The inputs a mask lets take part: bits 0..3, and all four when none is set.
+// The inputs a mask lets take part: bits 0..3, and all four when the mask is
+// 0. A mask with only bits above 3 set is not 0 and lets no input take part.
 constexpr std::uint8_t effective_input_mask(std::uint8_t mask) noexcept {
-  const auto inputs = static_cast<std::uint8_t>(mask & kAllInputsMask);
-  return inputs == 0 ? kAllInputsMask : inputs;
+  return mask == 0 ? kAllInputsMask : static_cast<std::uint8_t>(mask & kAllInputsMask);
 }
 
 }  // namespace zolt::timing

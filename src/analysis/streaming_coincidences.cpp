@@ -131,8 +131,8 @@ tt_status count_streaming_coincidences(const tt_tag* tags, std::size_t count, co
   out = zolt_analysis_coincidence_counts{};
   if (setup.window_ps < 0) return TT_ERR_INVALID_ARGUMENT;
   out.window_ps = static_cast<std::uint64_t>(setup.window_ps);
-  // Unlike the group analysis, bits above 3 keep a mask "non-zero": a mask
-  // naming only inputs that do not exist counts nothing.
+  // Bits above 3 keep a mask "non-zero": a mask naming only inputs that do
+  // not exist counts nothing.
   const std::uint8_t mask = setup.mask == 0 ? kAllInputsMask : setup.mask;
   const AdjustedTags adjusted(tags, count, setup, mask);
   WindowCounter counter(out.window_ps, mask, out);
