@@ -276,6 +276,14 @@ TEST(TagFile, HeaderIsAStreamFileHeaderWithIdentity) {
   EXPECT_EQ(std::string(info.application), long_application.substr(0, 31));
   EXPECT_STREQ(info.device_product, "");
   tt_tag_file_reader_free(reader);
+
+  // Only NULL keeps the default application; an empty text is kept as given.
+  options = {"", nullptr, nullptr, nullptr};
+  tt_tag_file_writer_free(open_writer(path, &options));
+  ASSERT_EQ(tt_tag_file_reader_open(&reader, path.c_str()), TT_OK);
+  ASSERT_EQ(tt_tag_file_reader_info(reader, &info), TT_OK);
+  EXPECT_STREQ(info.application, "");
+  tt_tag_file_reader_free(reader);
 }
 
 TEST(TagFileWriter, RefusalsAndTheirTexts) {

@@ -18,11 +18,14 @@ namespace {
 zolt::timing::TagFileIdentity identity_from(const tt_tag_file_writer_options* options) {
   zolt::timing::TagFileIdentity identity;
   if (!options) return identity;
-  const auto text = [](const char* value) { return value ? std::string(value) : std::string(); };
-  identity.application = text(options->application);
-  identity.device_product = text(options->device_product);
-  identity.device_serial = text(options->device_serial);
-  identity.device_port = text(options->device_port);
+  // NULL keeps the default; an empty text is recorded as given.
+  const auto take = [](const char* value, std::string& field) {
+    if (value) field = value;
+  };
+  take(options->application, identity.application);
+  take(options->device_product, identity.device_product);
+  take(options->device_serial, identity.device_serial);
+  take(options->device_port, identity.device_port);
   return identity;
 }
 

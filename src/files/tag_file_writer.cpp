@@ -19,7 +19,7 @@ StreamFileHeader tag_file_header(const TagFileIdentity& identity) {
   header.delta_bits = 16;
   header.quantum_ps = 8;
   header.raw64_tag_format = "ps";
-  header.application = identity.application.empty() ? "zolt_timing" : identity.application;
+  header.application = identity.application;
   header.device_product = identity.device_product;
   header.device_serial = identity.device_serial;
   header.device_port = identity.device_port;

@@ -13,9 +13,9 @@
 
 namespace zolt::timing {
 
-// Texts recorded in the header of every part; empty keeps the default.
+// Texts recorded in the header of every part.
 struct TagFileIdentity {
-  std::string application;
+  std::string application = "zolt_timing";
   std::string device_product;
   std::string device_serial;
   std::string device_port;
