@@ -569,7 +569,7 @@ ZOLT_TIMING_API tt_status tt_tag_file_reader_info(const tt_tag_file_reader* read
  * the end of the file. Times are unwrapped per input from the start of the
  * file (or from the last rewind or seek). -1 for NULL arguments or capacity
  * 0; -2 on a read failure, with *count still telling how many tags were
- * delivered before it; -7 for a stream file whose payload is not tags. */
+ * delivered before it. A raw stream file is decoded by its own format. */
 ZOLT_TIMING_API tt_status tt_tag_file_reader_read(tt_tag_file_reader* reader, tt_tag* tags, size_t capacity,
                                                   size_t* count);
 

@@ -140,6 +140,20 @@ TEST(StreamFileTags, EveryFormatReadSummarizedAndRewound) {
     ASSERT_EQ(tt_stream_file_reader_rewind(reader), TT_OK);
     expect_same(read_all(reader, 1 << 20), r.tags);
     tt_stream_file_reader_free(reader);
+
+    // The tag file reader takes any stream file and decodes it the same way.
+    tt_tag_file_reader* tag_reader = nullptr;
+    ASSERT_EQ(tt_tag_file_reader_open(&tag_reader, path.c_str()), TT_OK);
+    std::vector<tt_tag> via_tag_reader(r.tags.size() + 1);
+    size_t got = 0;
+    ASSERT_EQ(tt_tag_file_reader_read(tag_reader, via_tag_reader.data(), via_tag_reader.size(), &got), TT_OK)
+        << tt_tag_file_reader_last_error(tag_reader);
+    via_tag_reader.resize(got);
+    expect_same(via_tag_reader, r.tags);
+    ASSERT_EQ(tt_tag_file_reader_seek_time(tag_reader, r.tags[1000].time_ps), TT_OK);
+    ASSERT_EQ(tt_tag_file_reader_read(tag_reader, &one, 1, &count), TT_OK);
+    EXPECT_EQ(one.time_ps, r.tags[1000].time_ps);
+    tt_tag_file_reader_free(tag_reader);
   }
 }
 

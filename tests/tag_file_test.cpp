@@ -556,13 +556,6 @@ TEST(TagFileReader, StrayBytesAreSkippedByteByByte) {
   EXPECT_EQ(tag, want[150'000]);
   tt_tag_file_reader_free(reader);
 
-  // Not a tag file at all: reading tags says so instead of inventing tags.
-  write_bytes(path, testing::stream_file_bytes(R"({"stream_format":"packed_delta"})", std::string(64, '\0')));
-  ASSERT_EQ(tt_tag_file_reader_open(&reader, path.c_str()), TT_OK);
-  EXPECT_EQ(tt_tag_file_reader_read(reader, &tag, 1, &count), TT_ERR_UNSUPPORTED);
-  EXPECT_EQ(count, 0u);
-  EXPECT_STREQ(tt_tag_file_reader_last_error(reader), "StreamFileReader: no tag decoder for this stream format");
-  tt_tag_file_reader_free(reader);
   EXPECT_EQ(tt_tag_file_reader_open(&reader, dir.file("absent.tags").c_str()), TT_ERR_IO);
   EXPECT_EQ(reader, nullptr);
   EXPECT_EQ(tt_tag_file_reader_open(nullptr, path.c_str()), TT_ERR_INVALID_ARGUMENT);

@@ -2,21 +2,12 @@
 
 #include <algorithm>
 
-#include "api/error.hpp"
-
 namespace zolt::timing {
-
-void TagFileReader::decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count) {
-  if (!file_.holds_tag_words()) {
-    throw Error(TT_ERR_UNSUPPORTED, "StreamFileReader: no tag decoder for this stream format");
-  }
-  file_.decode_next_tags(out, capacity, count);
-}
 
 void TagFileReader::decode_batch(std::size_t max_tags) {
   batch_.resize(max_tags);
   std::size_t count = 0;
-  decode_tag_words(batch_.data(), max_tags, count);
+  file_.decode_next_tags(batch_.data(), max_tags, count);
   batch_.resize(count);
 }
 
@@ -46,7 +37,7 @@ std::size_t TagFileReader::read(tt_tag* out, std::size_t capacity) {
 
 void TagFileReader::read(tt_tag* out, std::size_t capacity, std::size_t& count) {
   count = take_buffered(out, capacity);
-  decode_tag_words(out, capacity, count);
+  file_.decode_next_tags(out, capacity, count);
 }
 
 std::size_t TagFileReader::read_tag_range(std::uint64_t first, std::uint64_t end, tt_tag* out,

@@ -42,10 +42,8 @@ class TagFileReader {
   const StreamFileReader& file() const { return file_; }
 
  private:
-  // Decodes the next tags of the file into out[count, capacity); a payload
-  // other than tag words (a raw stream recording) is refused rather than
-  // decoded.
-  void decode_tag_words(tt_tag* out, std::size_t capacity, std::size_t& count);
+  // Tag words are the usual payload; a raw stream recording is decoded by its
+  // own format, like any stream file.
   // The next batch of at most max_tags tags into batch_.
   void decode_batch(std::size_t max_tags);
   std::size_t take_buffered(tt_tag* out, std::size_t capacity);
