@@ -42,9 +42,8 @@ class TagFileReader {
   const StreamFileReader& file() const { return file_; }
 
  private:
-  // Tag words are the usual payload; a raw stream recording is decoded by its
-  // own format, like any stream file.
-  // The next batch of at most max_tags tags into batch_.
+  // The next batch of at most max_tags tags into batch_. Tag words are the
+  // usual payload; a raw stream recording is decoded by its own format.
   void decode_batch(std::size_t max_tags);
   std::size_t take_buffered(tt_tag* out, std::size_t capacity);
 
