@@ -58,42 +58,75 @@ std::size_t PackedDeltaDecoder::decode(const std::uint8_t* data, std::size_t siz
     next = block;
   };
   const unsigned d = delta_bits_;
-  // The fast path works on local copies of the inputs' times, which the
-  // compiler can keep apart from the output stores; the slow path sees the
-  // members, so the copies are written back around it.
+  // The fast path works on local copies of the inputs' times and overflow
+  // counts, which the compiler can keep apart from the output stores; the
+  // slow path sees the members, so the copies are written back around it.
   std::int64_t times[4];
+  std::uint64_t overflows[4];
   const auto reload = [&] {
-    for (unsigned c = 0; c < 4; ++c) times[c] = channels_[c].last_time;
+    for (unsigned c = 0; c < 4; ++c) {
+      times[c] = channels_[c].last_time;
+      overflows[c] = channels_[c].overflow;
+    }
   };
   const auto spill = [&] {
-    for (unsigned c = 0; c < 4; ++c) channels_[c].last_time = times[c];
+    for (unsigned c = 0; c < 4; ++c) {
+      channels_[c].last_time = times[c];
+      channels_[c].overflow = overflows[c];
+    }
   };
   reload();
   // Settings in locals too: the output's byte-sized channel field may alias
   // any member as far as the compiler knows.
   const unsigned width = width_, shift = quantum_shift_;
   const std::uint64_t limit = plain_delta_limit_;
+  const std::uint64_t sync_marker = (1ULL << d) - 1;
   unsigned fast = fast_inputs_;
   std::uint64_t bit = bit_offset_;
-  for (std::uint64_t r = 0; r < records; ++r, bit += width) {
-    if (next == block + kBlock) [[unlikely]] flush();
-    const std::uint64_t record = detail::packed_record_at(data, size, bit, width);
-    const auto f = detail::split_packed_record(record, d);
-    // The common case: a plain tag on an input with a known time and no
-    // overflow count pending.
-    if (((fast >> f.channel) & 1U) && !f.overflow) [[likely]] {
-      const std::uint64_t raw = f.delta << shift;
-      if (raw <= limit) [[likely]] {
-        times[f.channel] = static_cast<std::int64_t>(static_cast<std::uint64_t>(times[f.channel]) + raw);
-        *next++ = TimeTag{static_cast<std::uint8_t>(f.channel), times[f.channel]};
-        continue;
+  std::uint64_t r = 0;
+  // Decodes records r..end, a block of output at a time; false when a record
+  // dropped the lock (r is then that record).
+  const auto decode_records = [&](std::uint64_t end, auto record_at) {
+    while (r < end) {
+      const std::uint64_t block_end = std::min<std::uint64_t>(end, r + static_cast<std::uint64_t>(block + kBlock - next));
+      for (; r < block_end; ++r, bit += width) {
+        const std::uint64_t record = record_at(bit);
+        const auto f = detail::split_packed_record(record, d);
+        // The common cases on an input with a known time: a plain tag, and
+        // an overflow count (long gaps between tags are frequent at a few
+        // MHz per input).
+        if ((fast >> f.channel) & 1U) [[likely]] {
+          if (!f.overflow) [[likely]] {
+            const std::uint64_t raw = ((overflows[f.channel] << d) + f.delta) << shift;
+            if (raw <= limit) [[likely]] {
+              overflows[f.channel] = 0;
+              times[f.channel] = static_cast<std::int64_t>(static_cast<std::uint64_t>(times[f.channel]) + raw);
+              *next++ = TimeTag{static_cast<std::uint8_t>(f.channel), times[f.channel]};
+              continue;
+            }
+          } else if (f.delta != sync_marker) {
+            overflows[f.channel] += f.delta;
+            continue;
+          }
+        }
+        spill();
+        const Outcome outcome = take_record(record, r, records, next);
+        reload();
+        fast = fast_inputs_;
+        if (outcome == Outcome::drop) return false;
       }
+      if (next == block + kBlock) flush();
     }
-    spill();
-    const Outcome outcome = take_record(record, r, records, next);
-    reload();
-    fast = fast_inputs_;
-    if (outcome == Outcome::keep) continue;
+    return true;
+  };
+  // Records whose eight bytes all lie inside data load without a bounds
+  // check; only the last few take the checked path.
+  const std::uint64_t whole_word_records =
+      size < 8 ? 0 : std::min(records, (8 * static_cast<std::uint64_t>(size - 8) + 7 - bit) / width + 1);
+  const bool kept_lock =
+      decode_records(whole_word_records, [&](std::uint64_t at) { return detail::packed_record_in(data, at, width); }) &&
+      decode_records(records, [&](std::uint64_t at) { return detail::packed_record_at(data, size, at, width); });
+  if (!kept_lock) {
     flush();
     const std::size_t used = consume_records(r + 1);
     drop_lock();
@@ -142,11 +175,8 @@ PackedDeltaDecoder::Outcome PackedDeltaDecoder::take_record(std::uint64_t record
   if (!f.overflow) {
     Channel& ch = channels_[f.channel];
     const std::uint64_t raw = ((ch.overflow << delta_bits_) + f.delta) << quantum_shift_;
-    const bool had_overflow = ch.overflow != 0;
     ch.overflow = 0;
-    const Outcome outcome = take_tag(f.channel, raw, index, out);
-    if (had_overflow) update_fast_inputs();
-    return outcome;
+    return take_tag(f.channel, raw, index, out);
   }
   if (f.delta == (1ULL << delta_bits_) - 1) {
     sync_channel_ = static_cast<int>(f.channel);
@@ -157,7 +187,6 @@ PackedDeltaDecoder::Outcome PackedDeltaDecoder::take_record(std::uint64_t record
     update_fast_inputs();
   } else {
     channels_[f.channel].overflow += f.delta;
-    fast_inputs_ = static_cast<std::uint8_t>(fast_inputs_ & ~(1U << f.channel));
   }
   return Outcome::keep;
 }
@@ -263,8 +292,7 @@ void PackedDeltaDecoder::update_fast_inputs() {
   fast_inputs_ = 0;
   if (sync_chunks_left_ >= 1) return;
   for (unsigned c = 0; c < 4; ++c) {
-    if (((active_mask_ >> c) & 1U) && channels_[c].time_valid && channels_[c].overflow == 0 &&
-        pending_channel_ != static_cast<int>(c)) {
+    if (((active_mask_ >> c) & 1U) && channels_[c].time_valid && pending_channel_ != static_cast<int>(c)) {
       fast_inputs_ = static_cast<std::uint8_t>(fast_inputs_ | (1U << c));
     }
   }

@@ -70,9 +70,9 @@ class PackedDeltaDecoder {
   unsigned sync_bits_ = 0;
   int pending_channel_ = -1;
   std::uint64_t pending_time_ = 0;
-  // Inputs whose next tag record is a plain delta from the last time: active,
-  // time known, no overflow count, no sync pending for it and no sync being
-  // assembled.
+  // Inputs whose next tag record is a delta (plus any overflow count) from
+  // the last time: active, time known, no sync pending for it and no sync
+  // being assembled.
   std::uint8_t fast_inputs_ = 0;
   PackedDebugLog log_;
 };

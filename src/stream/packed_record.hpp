@@ -10,18 +10,20 @@
 
 namespace zolt::timing::detail {
 
+// The W-bit record (W <= 34) starting at bit `bit` of data, whose eight bytes
+// from bit / 8 on must all be readable.
+inline std::uint64_t packed_record_in(const std::uint8_t* data, std::uint64_t bit, unsigned width) noexcept {
+  return (read_be64(data + (bit >> 3)) << (bit & 7)) >> (64 - width);
+}
+
 // The W-bit record (W <= 34) starting at bit `bit` of data[0..size); bits
 // past the end read as 0, so callers only ask for records that fit.
 inline std::uint64_t packed_record_at(const std::uint8_t* data, std::size_t size, std::uint64_t bit,
                                       unsigned width) noexcept {
   const std::size_t byte = static_cast<std::size_t>(bit >> 3);
-  std::uint64_t word;
-  if (byte + 8 <= size) [[likely]] {
-    word = read_be64(data + byte);
-  } else {
-    word = 0;
-    for (std::size_t i = byte; i < size; ++i) word |= static_cast<std::uint64_t>(data[i]) << (56 - 8 * (i - byte));
-  }
+  if (byte + 8 <= size) [[likely]] return packed_record_in(data, bit, width);
+  std::uint64_t word = 0;
+  for (std::size_t i = byte; i < size; ++i) word |= static_cast<std::uint64_t>(data[i]) << (56 - 8 * (i - byte));
   return (word << (bit & 7)) >> (64 - width);
 }
 
