@@ -9,6 +9,7 @@
 
 #include "files/tag_file_part_path.hpp"
 #include "files/tag_word.hpp"
+#include "files/tag_word_run.hpp"
 #include "temp_dir.hpp"
 #include "zolt_timing.h"
 
@@ -197,6 +198,38 @@ TEST(TagWordDecoder, MatchesTheWordByWordRuleInAnyChunking) {
     }
     ASSERT_EQ(got.size(), want.size()) << seed;
     EXPECT_TRUE(got == want) << seed;
+  }
+}
+
+// The vector version of the inner loop against the portable one: any word
+// (reserved bits, stored times at or above P), any length (tails of 1..3
+// words), both tag types. Skipped where the processor has no vector version.
+TEST(TagWordRun, VectorAndPortableVersionsAgree) {
+  std::mt19937_64 random(5);
+  const std::array<std::uint64_t, 4> offset{0, 3 * static_cast<std::uint64_t>(P), 7, UINT64_MAX - 5};
+  for (std::size_t words : {0, 1, 3, 4, 5, 8, 31, 1024}) {
+    std::vector<std::uint8_t> bytes(8 * words);
+    for (std::size_t i = 0; i < words; ++i) {
+      std::uint64_t word = random() & ((std::uint64_t{3} << 61) | ((std::uint64_t{1} << 44) - 1));
+      if (random() % 16 == 0) word |= std::uint64_t{1} << (44 + random() % 20);  // reserved bits
+      detail::store_be64(word, bytes.data() + 8 * i);
+    }
+    std::vector<tt_tag> portable(words), vector(words, tt_tag{9, 9});
+    const detail::TagRunSummary want = detail::decode_tag_run_portable(bytes.data(), words, portable.data(), offset);
+    detail::TagRunSummary got;
+    if (!detail::decode_tag_run_vector(bytes.data(), words, vector.data(), offset, got)) GTEST_SKIP();
+    EXPECT_EQ(got.any_bits, want.any_bits) << words;
+    EXPECT_EQ(got.lowest, want.lowest) << words;
+    EXPECT_EQ(got.highest, want.highest) << words;
+    EXPECT_EQ(got.inputs_seen, want.inputs_seen) << words;
+    EXPECT_TRUE(vector == portable) << words;
+
+    std::vector<TimeTag> internal(words, TimeTag{9, 9});
+    ASSERT_TRUE(detail::decode_tag_run_vector(bytes.data(), words, internal.data(), offset, got));
+    for (std::size_t i = 0; i < words; ++i) {
+      ASSERT_EQ(internal[i].channel, portable[i].channel) << i;
+      ASSERT_EQ(internal[i].time, portable[i].time_ps) << i;
+    }
   }
 }
 

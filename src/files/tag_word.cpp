@@ -1,21 +1,14 @@
 #include "files/tag_word.hpp"
 
 #include <algorithm>
-#include <limits>
+
+#include "files/tag_word_run.hpp"
 
 namespace zolt::timing {
 namespace {
 
-template <class Tag>
-Tag make_tag(std::uint64_t channel, std::uint64_t time) noexcept {
-  return Tag{static_cast<decltype(Tag{}.channel)>(channel), static_cast<std::int64_t>(time)};
-}
-
-// The stored time: 44 bits can hold up to 2P-1, so it is reduced modulo P.
-inline std::uint64_t stored_time(std::uint64_t word) noexcept {
-  const std::uint64_t raw = word & kTagWordTimeMask;
-  return raw - (raw >= kWrapPeriodPs ? kWrapPeriodPs : 0);
-}
+inline std::int64_t time_of(const TimeTag& tag) noexcept { return tag.time; }
+inline std::int64_t time_of(const tt_tag& tag) noexcept { return tag.time_ps; }
 
 }  // namespace
 
@@ -46,32 +39,23 @@ std::size_t TagWordDecoder::decode(const std::uint8_t* data, std::size_t size, T
 // word by word; what this attempt wrote to out is overwritten then.
 template <class Tag>
 bool TagWordDecoder::decode_run_without_events(const std::uint8_t* data, std::size_t words, Tag* out) noexcept {
-  const std::array<std::uint64_t, 4> offset = offset_;
-  std::array<std::uint64_t, 4> last = previous_;
-  std::uint64_t any_bits = 0;
-  std::uint64_t lowest = std::numeric_limits<std::uint64_t>::max();
-  std::uint64_t highest = 0;
-  unsigned inputs_seen = 0;
-  for (std::size_t i = 0; i < words; ++i) {
-    const std::uint64_t word = detail::load_be64(data + i * kTagWordBytes);
-    any_bits |= word;
-    const std::uint64_t channel = (word >> kTagWordChannelShift) & 3;
-    const std::uint64_t time = stored_time(word);
-    lowest = std::min(lowest, time);
-    highest = std::max(highest, time);
-    inputs_seen |= 1U << channel;
-    last[channel] = time;
-    out[i] = make_tag<Tag>(channel, time + offset[channel]);
-  }
-  if (any_bits & kTagWordReservedMask) return false;
+  detail::TagRunSummary run = detail::decode_tag_run(data, words, out, offset_);
+  if (run.any_bits & kTagWordReservedMask) return false;
   for (std::size_t channel = 0; channel < 4; ++channel) {
     // A previous time of 0 (no tag yet) is one no time falls below.
-    if (!((inputs_seen >> channel) & 1U) || previous_[channel] == 0) continue;
-    lowest = std::min(lowest, previous_[channel]);
-    highest = std::max(highest, previous_[channel]);
+    if (!((run.inputs_seen >> channel) & 1U) || previous_[channel] == 0) continue;
+    run.lowest = std::min(run.lowest, previous_[channel]);
+    run.highest = std::max(run.highest, previous_[channel]);
   }
-  if (highest - lowest > kHalfWrapPeriodPs) return false;
-  previous_ = last;
+  if (run.highest - run.lowest > kHalfWrapPeriodPs) return false;
+  // Each input's new previous time is the stored time of its last tag in
+  // the run, found from the end.
+  for (std::size_t i = words; run.inputs_seen != 0; --i) {
+    const auto channel = static_cast<std::size_t>(out[i - 1].channel);
+    if (!((run.inputs_seen >> channel) & 1U)) continue;
+    run.inputs_seen &= ~(1U << channel);
+    previous_[channel] = static_cast<std::uint64_t>(time_of(out[i - 1])) - offset_[channel];
+  }
   return true;
 }
 
@@ -90,12 +74,12 @@ std::size_t TagWordDecoder::decode_word_by_word(const std::uint8_t* data, std::s
     }
     data += kTagWordBytes;
     const std::uint64_t channel = word >> kTagWordChannelShift;
-    const std::uint64_t time = stored_time(word);
+    const std::uint64_t time = detail::stored_tag_time(word);
     // A fall by more than half a period is a wrap of the counter. Before an
     // input's first tag its previous time is 0, which no time falls below.
     offset_[channel] += time + kHalfWrapPeriodPs < previous_[channel] ? kWrapPeriodPs : 0;
     previous_[channel] = time;
-    *next++ = make_tag<Tag>(channel, time + offset_[channel]);
+    *next++ = detail::make_tag<Tag>(channel, time + offset_[channel]);
   }
   produced = static_cast<std::size_t>(next - out);
   return static_cast<std::size_t>(data - begin);

@@ -48,6 +48,13 @@ inline std::uint64_t wrap_time_ps(std::int64_t time_ps) noexcept {
   return static_cast<std::uint64_t>(remainder);
 }
 
+// The stored time of a word: 44 bits can hold up to 2P-1, so it is reduced
+// modulo P.
+inline std::uint64_t stored_tag_time(std::uint64_t word) noexcept {
+  const std::uint64_t raw = word & kTagWordTimeMask;
+  return raw - (raw >= kWrapPeriodPs ? kWrapPeriodPs : 0);
+}
+
 // channel must be 0..3 (checked by the caller).
 inline std::uint64_t encode_tag_word(std::uint32_t channel, std::int64_t time_ps) noexcept {
   return (std::uint64_t{channel} << kTagWordChannelShift) | wrap_time_ps(time_ps);
