@@ -131,9 +131,7 @@ tt_status count_streaming_coincidences(const tt_tag* tags, std::size_t count, co
   out = zolt_analysis_coincidence_counts{};
   if (setup.window_ps < 0) return TT_ERR_INVALID_ARGUMENT;
   out.window_ps = static_cast<std::uint64_t>(setup.window_ps);
-  // Bits above 3 keep a mask "non-zero": a mask naming only inputs that do
-  // not exist counts nothing.
-  const std::uint8_t mask = setup.mask == 0 ? kAllInputsMask : setup.mask;
+  const std::uint8_t mask = effective_input_mask(setup.mask);
   const AdjustedTags adjusted(tags, count, setup, mask);
   WindowCounter counter(out.window_ps, mask, out);
   adjusted.for_each([&](const AdjustedTag& tag) { counter.add(tag); });
